@@ -1,0 +1,1 @@
+# Installation: libraries with their variants, headers, and the CMake package koImage.

@@ -1,0 +1,3 @@
+#include "koBase/int_range2d.h"
+
+#include <gtest/gtest.h>

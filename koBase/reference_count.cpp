@@ -1,0 +1,7 @@
+#include "koBase/reference_count.h"
+
+namespace ko {
+
+ReferenceCount::~ReferenceCount() = default;
+
+}  // namespace ko

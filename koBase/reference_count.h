@@ -1,0 +1,104 @@
+// Intrusive reference counting: the counter in the object, and the handle that moves it.
+#pragma once
+
+#include "koBase/export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+namespace ko {
+
+/// Base of every shared object. The counter starts at 0: whoever creates an object takes it into a
+/// Reference, or deletes it.
+///
+///   threads   the counter is not atomic: an object and its handles stay on one thread while
+///             references are taken or dropped
+class KOBASE_EXPORT ReferenceCount {
+public:
+    ReferenceCount() = default;
+    ReferenceCount(ReferenceCount const&) = delete;
+    ReferenceCount& operator=(ReferenceCount const&) = delete;
+    virtual ~ReferenceCount();
+
+    std::uint32_t referenceCount() const { return count_; }
+
+    void addReference() { ++count_; }
+
+    /// Deletes the object when the last reference goes.
+    void removeReference()
+    {
+        if (--count_ == 0)
+            delete this;
+    }
+
+private:
+    std::uint32_t count_ = 0;
+};
+
+/// A handle that keeps a counted object alive. Converts to handles of base classes and of const;
+/// moving it leaves the count alone.
+template <class T>
+class Reference {
+public:
+    Reference() = default;
+    Reference(std::nullptr_t) {}
+    Reference(T* object) : object_(object) { acquire(); }
+    Reference(Reference const& other) : object_(other.object_) { acquire(); }
+    Reference(Reference&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+
+    template <class U>
+    requires std::is_convertible_v<U*, T*> Reference(Reference<U> const& other) : object_(other.get())
+    {
+        acquire();
+    }
+
+    template <class U>
+    requires std::is_convertible_v<U*, T*> Reference(Reference<U>&& other)
+    noexcept : object_(std::exchange(other.object_, nullptr)) {}
+
+    ~Reference() { release(); }
+
+    // By value: the old object goes last, so a handle may be assigned from something that it keeps alive.
+    Reference& operator=(Reference other) noexcept
+    {
+        std::swap(object_, other.object_);
+        return *this;
+    }
+
+    T* get() const { return object_; }
+    T* operator->() const { return object_; }
+    T& operator*() const { return *object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+    template <class U>
+    bool operator==(Reference<U> const& other) const
+    {
+        return object_ == other.get();
+    }
+    bool operator==(T const* object) const { return object_ == object; }
+    bool operator==(std::nullptr_t) const { return object_ == nullptr; }
+
+private:
+    template <class U>
+    friend class Reference;
+
+    // The counter is part of a const object's bookkeeping, not of its value.
+    using Object = std::remove_const_t<T>;
+
+    void acquire()
+    {
+        if (object_)
+            const_cast<Object*>(object_)->addReference();
+    }
+    void release()
+    {
+        if (object_)
+            const_cast<Object*>(object_)->removeReference();
+    }
+
+    T* object_ = nullptr;
+};
+
+}  // namespace ko

@@ -1,0 +1,3 @@
+#include "koBase/reference_count.h"
+
+#include <gtest/gtest.h>

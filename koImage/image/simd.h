@@ -1,0 +1,20 @@
+// Which instruction set a source is compiled for, and the few intrinsics that every fast path shares.
+//
+// libkoImage is built for baseline x86-64 and for x86-64-v3 from the same sources. A fast path stands in a
+// room of its own, <concept>_v3.h, included by <concept>.cpp where KO_SIMD_V3 is 1; the definition beside it
+// serves every other processor. Rooms are private: nothing that is installed includes them.
+#pragma once
+
+#if defined(__AVX2__) && defined(__F16C__) && defined(__BMI2__)
+#define KO_SIMD_V3 1
+#include <immintrin.h>
+#else
+#define KO_SIMD_V3 0
+#endif
+
+#if defined(__SSE2__)
+#define KO_SIMD_SSE2 1
+#include <emmintrin.h>
+#else
+#define KO_SIMD_SSE2 0
+#endif

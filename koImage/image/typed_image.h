@@ -1,0 +1,70 @@
+// The image of one pixel type.
+#pragma once
+
+#include "koImage/image/image.h"
+
+#include <span>
+
+namespace koImage {
+
+/// Owns its pixel array, or borrows one that it never releases.
+///
+/// Pixels are raw memory: a new array is undefined until written. Only harmonics pixels are constructed and
+/// destroyed.
+template <class T>
+class KOIMAGE_EXPORT TypedImage : public Image {
+public:
+    TypedImage();
+    ~TypedImage() override;
+
+    int bytesPerPixel() const override;
+    std::uint64_t memorySize() const override;
+    TypedImage* createEmpty() const override;
+    TypedImage* clone() const override;
+    void resize(int width, int height) override;
+    void const* data() const override;
+    void* data() override;
+
+    T* pixels() { return pixels_; }
+    T const* pixels() const { return pixels_; }
+    bool ownsPixels() const { return ownsPixels_; }
+
+    /// Attaches memory of the caller's: width x height pixels that outlive their use here. The image reads
+    /// and writes them but never releases them; an array that it owned is released.
+    void borrow(T* pixels, int width, int height);
+
+private:
+    void releasePixels();
+
+    T* pixels_ = nullptr;
+    bool ownsPixels_ = true;
+};
+
+/// The pixels of an image whose type is known to be Pixel; empty when it has none.
+template <class Pixel>
+std::span<Pixel> pixelsOf(Image& image)
+{
+    auto* const pixels = static_cast<TypedImage<Pixel>&>(image).pixels();
+    int const count = image.pixelCount();
+    return pixels != nullptr && count > 0 ? std::span<Pixel>(pixels, static_cast<std::size_t>(count))
+                                          : std::span<Pixel>();
+}
+
+template <class Pixel>
+std::span<Pixel const> pixelsOf(Image const& image)
+{
+    return pixelsOf<Pixel>(const_cast<Image&>(image));
+}
+
+extern template class TypedImage<unsigned char>;
+extern template class TypedImage<Byte4>;
+extern template class TypedImage<unsigned int>;
+extern template class TypedImage<Int4>;
+extern template class TypedImage<Half4>;
+extern template class TypedImage<float>;
+extern template class TypedImage<Float3>;
+extern template class TypedImage<Float4>;
+extern template class TypedImage<Double3>;
+extern template class TypedImage<HarmonicsPixel>;
+
+}  // namespace koImage
