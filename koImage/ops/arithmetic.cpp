@@ -35,7 +35,7 @@ void zipRun(Pixel const* a, Pixel const* b, Pixel* result, std::size_t count, Op
     std::size_t i = 0;
 #if KO_SIMD_V3
     if constexpr (std::is_same_v<Pixel, Half4>) {
-        i = count - count % 2;
+        i = count - count % 4;
         v3::zipHalves(a, b, result, i, op);
     }
 #endif
