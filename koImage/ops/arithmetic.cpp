@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <functional>
 #include <span>
-#include <type_traits>
 
 namespace koImage {
 
@@ -19,33 +18,58 @@ struct Quotient : std::divides<> {
 
     unsigned char operator()(unsigned char a, unsigned char b) const
     {
-        // Without a branch, so that compilers take many pixels at a time. The quotient is at most 65025.5.
-        int const byZero = b == 0;
-        int const scaled =
-            static_cast<int>(static_cast<float>(a) / static_cast<float>(b + byZero) * 255.0f + 0.5f);
-        // Wraps instead of clamping when a > b: 2 / 1 gives 254. Files and callers depend on it.
-        return lowByte(scaled + byZero * (a - scaled));
+        if (b == 0)
+            return a;
+        // Wraps instead of clamping when a > b: 2 / 1 gives 254. Files and callers depend on it. The quotient
+        // is at most 65025.5.
+        return lowByte(static_cast<int>(static_cast<float>(a) / static_cast<float>(b) * 255.0f + 0.5f));
     }
 };
 
-/// result[i] = op(a[i], b[i]). The arrays are one or do not overlap.
-template <class Pixel, class Op>
-void zipRun(Pixel const* a, Pixel const* b, Pixel* result, std::size_t count, Op op)
+// zipRun: result[i] = op(a[i], b[i]). The arrays are one or do not overlap.
+
+template <class Value, class Op>
+void zipRun(Value const* a, Value const* b, Value* result, std::size_t count, Op op)
+{
+    for (std::size_t i = 0; i < count; ++i)
+        result[i] = op(a[i], b[i]);
+}
+
+// The channels of float pixels are one run of floats: compilers make the best vectors of that.
+
+template <class Op>
+void zipRun(Float3 const* a, Float3 const* b, Float3* result, std::size_t count, Op op)
+{
+    zipRun(&a->r, &b->r, &result->r, 3 * count, op);
+}
+
+template <class Op>
+void zipRun(Float4 const* a, Float4 const* b, Float4* result, std::size_t count, Op op)
+{
+    zipRun(&a->r, &b->r, &result->r, 4 * count, op);
+}
+
+template <class Op>
+void zipRun(Half4 const* a, Half4 const* b, Half4* result, std::size_t count, Op op)
 {
     std::size_t i = 0;
 #if KO_SIMD_V3
-    if constexpr (std::is_same_v<Pixel, Half4>) {
-        i = count - count % 4;
-        v3::zipHalves(a, b, result, i, op);
-    }
+    i = count - count % 4;
+    v3::zipHalves(a, b, result, i, op);
 #endif
-    for (; i < count; ++i) {
-        if constexpr (std::is_same_v<Pixel, unsigned char>)
-            result[i] = op(a[i], b[i]);
-        else
-            result[i] = zipChannels(a[i], b[i], op);
-    }
+    for (; i < count; ++i)
+        result[i] = zipChannels(a[i], b[i], op);
 }
+
+#if KO_SIMD_V3
+void zipRun(unsigned char const* a, unsigned char const* b, unsigned char* result, std::size_t count,
+            Quotient op)
+{
+    std::size_t const taken = count - count % 32;
+    v3::divideBytes(a, b, result, taken);
+    zipRun<unsigned char>(a + taken, b + taken, result + taken, count - taken, op);
+}
+#endif
 
 /// op for every pixel. The spans have one length, or are empty where an image holds no pixels in spite
 /// of its size.

@@ -1,12 +1,13 @@
-// Arithmetic of halves, eight at a time; equal to zipChannels on all inputs. Private: see simd.h.
+// Arithmetic of halves and division of bytes, many at a time; equal to the loops of arithmetic.cpp on all
+// inputs. Private: see simd.h.
 #pragma once
 
 #include "koImage/image/half_v3.h"
 #include "koImage/image/pixel_types.h"
 #include "koImage/image/simd.h"
+#include "koImage/image/streaming.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <type_traits>
 
@@ -45,18 +46,45 @@ void zipHalves(Half4 const* a, Half4 const* b, Half4* result, std::size_t count,
         constexpr bool sums = std::is_same_v<Op, std::plus<>> || std::is_same_v<Op, std::minus<>>;
         return sums ? halvesOfSums(floats) : halvesOf(floats);
     };
-    // The conversions fill the processor's window before the reads of the next lines are seen, so those are
-    // asked for ahead: 1.5 times as fast from memory. A hint past the array is no access.
-    auto const prefetch = [](Half4 const* p) {
-        auto const ahead = reinterpret_cast<std::uintptr_t>(p) + 2048;
-        _mm_prefetch(reinterpret_cast<char const*>(ahead), _MM_HINT_T0);
-    };
     // Written 32 bytes at a time, as streamLines reads them: a read of two fresh writes has to wait.
     for (std::size_t i = 0; i < count; i += 4) {
-        prefetch(a + i);
-        prefetch(b + i);
+        prefetchAhead(a + i);
+        prefetchAhead(b + i);
         __m256i const halves = _mm256_set_m128i(zip8(a + i + 2, b + i + 2), zip8(a + i, b + i));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(result + i), halves);
+    }
+}
+
+/// Eight quotients of bytes that stand in the low bytes of 32-bit lanes, the divisors not 0: their low bytes.
+inline __m256i byteQuotients(__m256i a, __m256i b)
+{
+    __m256 const quotient = _mm256_div_ps(_mm256_cvtepi32_ps(a), _mm256_cvtepi32_ps(b));
+    __m256 const scaled = _mm256_mul_ps(quotient, _mm256_set1_ps(255.0f));
+    __m256i const rounded = _mm256_cvttps_epi32(_mm256_add_ps(scaled, _mm256_set1_ps(0.5f)));
+    return _mm256_and_si256(rounded, _mm256_set1_epi32(0xFF));
+}
+
+/// result[i] = a[i] / b[i] as imageDiv defines it. `count` is a multiple of 32.
+inline void divideBytes(unsigned char const* a, unsigned char const* b, unsigned char* result,
+                        std::size_t count)
+{
+    __m256i const zero = _mm256_setzero_si256();
+    for (std::size_t i = 0; i < count; i += 32) {
+        __m256i const p = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(a + i));
+        __m256i const q = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(b + i));
+        __m256i const byZero = _mm256_cmpeq_epi8(q, zero);
+        __m256i const divisor = _mm256_sub_epi8(q, byZero);  // 1 instead of 0
+
+        // Widened and narrowed within each half of the register, so the order comes back.
+        auto const quotients16 = [zero](__m256i p16, __m256i q16) {
+            return _mm256_packus_epi32(
+                byteQuotients(_mm256_unpacklo_epi16(p16, zero), _mm256_unpacklo_epi16(q16, zero)),
+                byteQuotients(_mm256_unpackhi_epi16(p16, zero), _mm256_unpackhi_epi16(q16, zero)));
+        };
+        __m256i const quotients = _mm256_packus_epi16(
+            quotients16(_mm256_unpacklo_epi8(p, zero), _mm256_unpacklo_epi8(divisor, zero)),
+            quotients16(_mm256_unpackhi_epi8(p, zero), _mm256_unpackhi_epi8(divisor, zero)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(result + i), _mm256_blendv_epi8(quotients, p, byZero));
     }
 }
 
