@@ -11,8 +11,7 @@ function(ko_add_folder library label)
     get_target_property(targets ${library} KO_TARGETS)
 
     foreach(concept IN LISTS ARGN)
-        target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
-            FILES ${folder}/${concept}.h)
+        target_sources(${library} PUBLIC FILE_SET HEADERS FILES ${folder}/${concept}.h)
         if(EXISTS ${folder}/${concept}.cpp)
             foreach(target IN LISTS targets)
                 target_sources(${target} PRIVATE ${folder}/${concept}.cpp)
