@@ -2,7 +2,7 @@
 //
 // Each value comes out as the single conversion of half.h makes it, to the bit: ties away from zero, signs of
 // zero, payloads of signalling NaNs, and the overflow condition, which is raised when a finite float of the
-// run overflows and else left as it was.
+// run overflows and else left as it was. Nothing is said of the other conditions.
 //
 //   runs     any length; aligned as their types ask, no more; the two do not overlap
 //   numbers  half to float is exact; float to half rounds once

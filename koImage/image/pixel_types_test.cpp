@@ -75,12 +75,10 @@ TYPED_TEST(EveryPixel, HasThePersistedSize)
 
 TYPED_TEST(EveryPixel, HasAsManyChannelsAsChannelCountSays)
 {
-    using Channel = typename ChannelOf<TypeParam>::type;
-    if (pixelTypeIdOf<TypeParam> != PixelTypeId::Harmonics)
-        EXPECT_EQ(sizeof(TypeParam),
-                  sizeof(Channel) * static_cast<std::size_t>(channelCount(pixelTypeIdOf<TypeParam>)));
-    else
-        EXPECT_EQ(channelCount(PixelTypeId::Harmonics), 1);
+    constexpr PixelTypeId id = pixelTypeIdOf<TypeParam>;
+    std::size_t const channels = sizeof(TypeParam) / sizeof(typename ChannelOf<TypeParam>::type);
+    // The harmonics pixel counts as one.
+    EXPECT_EQ(channelCount(id), id == PixelTypeId::Harmonics ? 1 : static_cast<std::int32_t>(channels));
 }
 
 TEST(PixelLayout, KeepsRedGreenBlueAlphaWithoutPadding)
