@@ -10,9 +10,11 @@ namespace koOS {
 class Filename {
 public:
     Filename() = default;
-    Filename(std::string name) : multibyte_(std::move(name)) {}  // NOLINT(google-explicit-constructor)
-    Filename(char const* name)
-        : multibyte_(name != nullptr ? name : "") {}  // NOLINT(google-explicit-constructor)
+
+    // Implicit: a name is a string. NOLINTBEGIN(google-explicit-constructor)
+    Filename(std::string name) : multibyte_(std::move(name)) {}
+    Filename(char const* name) : multibyte_(name != nullptr ? name : "") {}
+    // NOLINTEND(google-explicit-constructor)
 
     bool empty() const { return multibyte_.empty(); }
 

@@ -47,6 +47,8 @@ template <class T>
 class Reference {
 public:
     Reference() = default;
+
+    // Implicit, as conversions of pointers are. NOLINTBEGIN(google-explicit-constructor)
     Reference(std::nullptr_t) {}
     Reference(T* object) : object_(object) { acquire(); }
     Reference(Reference const& other) : object_(other.object_) { acquire(); }
@@ -57,6 +59,7 @@ public:
     Reference(Reference<U> other) noexcept : object_(std::exchange(other.object_, nullptr))
     {
     }
+    // NOLINTEND(google-explicit-constructor)
 
     ~Reference()
     {
