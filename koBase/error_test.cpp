@@ -235,18 +235,19 @@ TEST(NestedError, ReachesTheCallerThroughAReference)
 TEST(NestedError, KeepsItsLinkToItself)
 {
     Error caller;
+    Error nested(caller);
+    nested = Error(1, "one");
     {
-        Error nested(caller);
-        nested = Error(1, "one");
-
-        Error copy = nested;
-        expectError(copy, 1, "one");
-        Error const& constNested = nested;
-        Error second(constNested);
-        copy = Error(2, "two");
-        second = Error(3, "three");
+        Error initialised = nested;
+        Error constructed(std::as_const(nested));
+        Error assigned;
+        assigned = nested;
+        expectError(initialised, 1, "one");
+        expectError(constructed, 1, "one");
+        expectError(assigned, 1, "one");
     }
-    expectError(caller, 1, "one");
+    expectError(nested, 1, "one");
+    expectError(caller, 0, "");
 }
 
 TEST(NestedError, PassesNothingOnThatWasMovedAway)

@@ -11,10 +11,12 @@ class Filename {
 public:
     Filename() = default;
 
-    // Implicit: a name is a string. NOLINTBEGIN(google-explicit-constructor)
-    Filename(std::string name) : multibyte_(std::move(name)) {}
-    Filename(char const* name) : multibyte_(name != nullptr ? name : "") {}
-    // NOLINTEND(google-explicit-constructor)
+    // Both are implicit: a function that takes a Filename is called with text.
+    Filename(std::string name) : multibyte_(std::move(name)) {}  // NOLINT(google-explicit-constructor)
+    Filename(char const* name)                                   // NOLINT(google-explicit-constructor)
+        : multibyte_(name != nullptr ? name : "")
+    {
+    }
 
     bool empty() const { return multibyte_.empty(); }
 

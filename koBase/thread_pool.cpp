@@ -60,8 +60,8 @@ ThreadedAlg::~ThreadedAlg() = default;
 
 ThreadPool& ThreadPool::get()
 {
-    // Never destroyed: other static objects may still run work when the process ends, and a forked child has
-    // no workers to join.
+    // Never destroyed: other static objects may still run work when the process ends, and a forked child
+    // would wait for threads that it does not have.
     static ThreadPool& pool = *new ThreadPool(defaultThreadCount());
     return pool;
 }

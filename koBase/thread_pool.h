@@ -26,8 +26,10 @@ public:
 
 /// Threads that sleep until there is work.
 ///
-///   cost      a run wakes every thread of the pool: some microseconds for each, once the parts are small
+///   cost      a run without work takes under a microsecond; waking the threads takes tens of them, so parts
+///             are worth dividing when they take longer than that
 ///   threads   any thread may call run; runs on one pool follow one another
+///   fork      a forked child has none of these threads: it must not run work
 class KOBASE_EXPORT ThreadPool {
 public:
     /// The pool of the process, made on first use, of as many threads as there are processors that the
