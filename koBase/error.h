@@ -33,7 +33,7 @@ public:
     [[gnu::format(printf, 3, 4)]] Error(int code, char const* format, ...);
 
     /// A nested error. Explicit, so that passing, returning and assigning errors never picks it.
-    explicit Error(Error& caller) noexcept;  // NOLINT(google-explicit-constructor): it does not copy
+    explicit Error(Error& caller) noexcept;  // NOLINT(google-explicit-constructor)
 
     Error(Error const& other);
     Error(Error&& other) noexcept;

@@ -10,13 +10,9 @@ namespace koOS {
 class Filename {
 public:
     Filename() = default;
-
-    // Both are implicit: a function that takes a Filename is called with text.
     Filename(std::string name) : multibyte_(std::move(name)) {}  // NOLINT(google-explicit-constructor)
-    Filename(char const* name)                                   // NOLINT(google-explicit-constructor)
-        : multibyte_(name != nullptr ? name : "")
-    {
-    }
+    Filename(char const* name)
+        : multibyte_(name != nullptr ? name : "") {}  // NOLINT(google-explicit-constructor)
 
     bool empty() const { return multibyte_.empty(); }
 

@@ -59,7 +59,7 @@ private:
     static constexpr std::size_t index(int row, int column)
     {
         assert(row >= 0 && row < 4 && column >= 0 && column < 4);
-        return std::size_t{4} * static_cast<std::size_t>(row) + static_cast<std::size_t>(column);
+        return 4 * static_cast<std::size_t>(row) + static_cast<std::size_t>(column);
     }
 
     std::array<double, 16> elements_;
