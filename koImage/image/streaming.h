@@ -44,9 +44,9 @@ void writeRuns(T* target, std::size_t count, bool inPlace, Fill const& fill)
 {
     static_assert(std::is_trivially_copyable_v<T>);
 #if KO_SIMD_SSE2
-    // A multiple of 64 values is a multiple of 64 bytes: every block starts on a line when the first one
-    // does.
-    constexpr std::size_t blockLength = 64 * (sizeof(T) >= 64 ? 1 : 64 / sizeof(T));
+    // About 1 KiB, so that the reads for the next block overlap the stores of this one. A multiple of 64
+    // values is a multiple of 64 bytes: every block starts on a line when the first one does.
+    constexpr std::size_t blockLength = 64 * (sizeof(T) >= 16 ? 1 : 16 / sizeof(T));
     std::size_t first = 0;
     if (!inPlace && count * sizeof(T) >= streamingBytes) {
         auto const misaligned = [&](std::size_t at) {
