@@ -216,8 +216,11 @@ static_assert(wordPixels <= 2 * runLength);
 
 void drawRun(unsigned char* run, int t, float from, float slope)
 {
-    for (int i = 0; i < runLength; ++i)
-        run[i] = static_cast<unsigned char>(static_cast<int>(onLine(t + i, from, slope)));
+    // Unsigned: in the longest rows the run's end may lie beyond the largest int.
+    for (unsigned i = 0; i < runLength; ++i) {
+        float const v = onLine(static_cast<int>(static_cast<unsigned>(t) + i), from, slope);
+        run[i] = static_cast<unsigned char>(static_cast<int>(v));
+    }
 }
 
 /// Merges what the row says into what the columns have filled.
@@ -238,12 +241,11 @@ void fillRow(unsigned char const* mask, unsigned char* values, unsigned char* ma
 {
     GapLine line = {};
     std::uint64_t holeBefore = 0;
+    unsigned char byRow[wordPixels + 2 * runLength] = {};
     int count = 0;
     for (int x = 0; x < width; x += count) {
         count = std::min(wordPixels, width - x);
         std::uint64_t const holes = holesOf(mask + x, count);
-
-        unsigned char byRow[wordPixels + 2 * runLength];
         for (std::uint64_t left = holes; left != 0;) {
             int const first = std::countr_zero(left);
             int const end = first + std::countr_one(left >> first);
@@ -258,10 +260,9 @@ void fillRow(unsigned char const* mask, unsigned char* values, unsigned char* ma
             }
             if (!line.isKnown)
                 return;
-            int const t = x + first - line.start;
-            drawRun(byRow + first, t, line.from, line.slope);
-            if (end - first > runLength)
-                drawRun(byRow + first + runLength, t + runLength, line.from, line.slope);
+            drawRun(byRow + first, x + first - line.start, line.from, line.slope);
+            if (int const rest = first + runLength; rest < end)
+                drawRun(byRow + rest, x + rest - line.start, line.from, line.slope);
         }
         if (holes != 0)
             mergeRow(mask + x, values + x, byRow, marks + x, count);
