@@ -1,32 +1,25 @@
 #include "koImage/ops/interpolate.h"
 
+#include "koImage/testing/interpolate_by_hand.h"
 #include "koImage/testing/test_images.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <initializer_list>
-#include <optional>
 #include <vector>
 
 namespace koImage {
 
-namespace {
+using namespace testing;
 
-using testing::awkwardSizes;
-using testing::hostileSizes;
-using testing::imageOf;
-using testing::ImageRef;
-using testing::Random;
-using testing::randomImage;
-using testing::samePixels;
-using testing::Size;
+namespace {
 
 using Byte = unsigned char;
 using ByteImage = TypedImage<Byte>;
 using ByteImageRef = ImageRef<Byte>;
 
-ByteImageRef imageOf(Size size, std::initializer_list<int> values)
+ByteImageRef imageWith(Size size, std::initializer_list<int> values)
 {
     auto image = imageOf<Byte>(size);
     std::transform(values.begin(), values.end(), image->pixels(), [](int v) { return static_cast<Byte>(v); });
@@ -59,7 +52,7 @@ ByteImageRef transposed(ByteImage const& image)
 ByteImageRef randomMask(Size size, int percent, std::uint32_t seed)
 {
     auto mask = imageOf<Byte>(size);
-    testing::fillImage(*mask, seed, [percent](Random& random) {
+    fillImage(*mask, seed, [percent](Random& random) {
         bool const known = random() % 100 < static_cast<unsigned>(percent);
         return static_cast<Byte>(known ? 1 + random() % 255 : 0);
     });
@@ -87,71 +80,10 @@ ByteImageRef gridMask(Size size, int percent, std::uint32_t seed)
     return mask;
 }
 
-// The slow reference: each hole by itself, from the nearest known pixels of its two lines.
-
-/// What a line says about its hole i: nothing when no pixel of it is known.
-template <class Known, class Value>
-std::optional<int> lineValue(int length, int i, Known const& known, Value const& value)
+ByteImageRef interpolatedByHand(ByteImage const& mask, ByteImage const& values)
 {
-    int before = i;
-    while (before >= 0 && !known(before))
-        --before;
-    int after = i;
-    while (after < length && !known(after))
-        ++after;
-
-    if (before < 0 && after == length)
-        return std::nullopt;
-    if (before < 0)
-        return value(after);
-    if (after == length)
-        return value(before);
-    auto const from = static_cast<float>(value(before));
-    auto const to = static_cast<float>(value(after));
-    float const slope = (to - from) / static_cast<float>(after - before);
-    return static_cast<int>(static_cast<float>(i - before) * slope + from + 0.4999f);
-}
-
-/// One sweep; the mask grows by what was filled.
-void sweepByHand(std::vector<bool>& mask, std::vector<int>& values, Size size)
-{
-    auto const before = mask;
-    auto const old = values;
-    auto const at = [&](int x, int y) { return static_cast<std::size_t>(pixelOffset(x, y, size.width)); };
-    for (int y = 0; y < size.height; ++y) {
-        for (int x = 0; x < size.width; ++x) {
-            if (before[at(x, y)])
-                continue;
-            auto const row = lineValue(
-                size.width, x, [&](int i) { return before[at(i, y)]; }, [&](int i) { return old[at(i, y)]; });
-            auto const column = lineValue(
-                size.height, y, [&](int i) { return before[at(x, i)]; },
-                [&](int i) { return old[at(x, i)]; });
-            if (!row && !column)
-                continue;
-            values[at(x, y)] = row && column
-                                   ? static_cast<int>(static_cast<float>(*row + *column) * 0.5f + 0.4999f)
-                                   : row.value_or(column.value_or(0));
-            mask[at(x, y)] = true;
-        }
-    }
-}
-
-ByteImageRef interpolatedByHand(ByteImage const& mask, ByteImage const& image)
-{
-    Size const size{mask.width(), mask.height()};
-    auto const maskPixels = pixelsOf<Byte>(mask);
-    auto const pixels = pixelsOf<Byte>(image);
-    std::vector<bool> known(maskPixels.size());
-    std::transform(maskPixels.begin(), maskPixels.end(), known.begin(), [](Byte m) { return m != 0; });
-    std::vector<int> values(pixels.begin(), pixels.end());
-
-    sweepByHand(known, values, size);
-    sweepByHand(known, values, size);
-
-    auto result = copyOf(image);
-    std::transform(values.begin(), values.end(), result->pixels(),
-                   [](int v) { return static_cast<Byte>(v); });
+    auto result = copyOf(values);
+    interpolateByHand(mask, *result);
     return result;
 }
 
@@ -160,7 +92,9 @@ ByteImageRef interpolatedByHand(ByteImage const& mask, ByteImage const& image)
 template <class Check>
 void forManyImages(Check const& check)
 {
-    for (Size const size : awkwardSizes) {
+    std::vector<Size> sizes(std::begin(awkwardSizes), std::end(awkwardSizes));
+    sizes.push_back({1100, 37});  // more columns than are filled side by side
+    for (Size const size : sizes) {
         SCOPED_TRACE(::testing::Message() << size);
         for (int const percent : {0, 1, 10, 50, 90, 100}) {
             SCOPED_TRACE(::testing::Message() << percent << " % known");
@@ -174,43 +108,43 @@ void forManyImages(Check const& check)
 
 TEST(ImageInterpolate, DrawsTheLineBetweenTwoKnownPixels)
 {
-    auto const result = interpolated(*imageOf({4, 1}, {1, 0, 0, 1}), *imageOf({4, 1}, {10, 99, 99, 40}));
-    EXPECT_TRUE(samePixels(*imageOf({4, 1}, {10, 20, 30, 40}), *result));
+    auto const result = interpolated(*imageWith({4, 1}, {1, 0, 0, 1}), *imageWith({4, 1}, {10, 99, 99, 40}));
+    EXPECT_TRUE(samePixels(*imageWith({4, 1}, {10, 20, 30, 40}), *result));
 }
 
 TEST(ImageInterpolate, RoundsAnExactHalfDown)
 {
-    auto const result = interpolated(*imageOf({3, 1}, {1, 0, 1}), *imageOf({3, 1}, {10, 99, 11}));
-    EXPECT_TRUE(samePixels(*imageOf({3, 1}, {10, 10, 11}), *result));
+    auto const result = interpolated(*imageWith({3, 1}, {1, 0, 1}), *imageWith({3, 1}, {10, 99, 11}));
+    EXPECT_TRUE(samePixels(*imageWith({3, 1}, {10, 10, 11}), *result));
 }
 
 TEST(ImageInterpolate, ExtendsTheOnlyKnownPixelOfARow)
 {
-    auto const result =
-        interpolated(*imageOf({8, 1}, {0, 0, 0, 1, 0, 0, 0, 0}), *imageOf({8, 1}, {1, 2, 3, 77, 5, 6, 7, 8}));
-    EXPECT_TRUE(samePixels(*imageOf({8, 1}, {77, 77, 77, 77, 77, 77, 77, 77}), *result));
+    auto const result = interpolated(*imageWith({8, 1}, {0, 0, 0, 1, 0, 0, 0, 0}),
+                                     *imageWith({8, 1}, {1, 2, 3, 77, 5, 6, 7, 8}));
+    EXPECT_TRUE(samePixels(*imageWith({8, 1}, {77, 77, 77, 77, 77, 77, 77, 77}), *result));
 }
 
 TEST(ImageInterpolate, TakesTheMeanOfTheRowAndTheColumn)
 {
-    auto const mask = imageOf({3, 3}, {0, 1, 0, 1, 0, 1, 0, 1, 0});
-    auto const result = interpolated(*mask, *imageOf({3, 3}, {9, 0, 9, 100, 9, 100, 9, 0, 9}));
+    auto const mask = imageWith({3, 3}, {0, 1, 0, 1, 0, 1, 0, 1, 0});
+    auto const result = interpolated(*mask, *imageWith({3, 3}, {9, 0, 9, 100, 9, 100, 9, 0, 9}));
     EXPECT_EQ(int{result->pixels()[4]}, 50);
     EXPECT_EQ(int{result->pixels()[0]}, 50);
 }
 
 TEST(ImageInterpolate, RoundsTheMeanDown)
 {
-    auto const mask = imageOf({2, 2}, {1, 0, 0, 1});
-    auto const result = interpolated(*mask, *imageOf({2, 2}, {10, 0, 0, 11}));
-    EXPECT_TRUE(samePixels(*imageOf({2, 2}, {10, 10, 10, 11}), *result));
+    auto const mask = imageWith({2, 2}, {1, 0, 0, 1});
+    auto const result = interpolated(*mask, *imageWith({2, 2}, {10, 0, 0, 11}));
+    EXPECT_TRUE(samePixels(*imageWith({2, 2}, {10, 10, 10, 11}), *result));
 }
 
 TEST(ImageInterpolate, FillsTheWholeImageFromOnePixel)
 {
-    auto const result = interpolated(*imageOf({3, 3}, {0, 0, 0, 0, 1, 0, 0, 0, 0}),
-                                     *imageOf({3, 3}, {1, 2, 3, 4, 55, 6, 7, 8, 9}));
-    EXPECT_TRUE(samePixels(*imageOf({3, 3}, {55, 55, 55, 55, 55, 55, 55, 55, 55}), *result));
+    auto const result = interpolated(*imageWith({3, 3}, {0, 0, 0, 0, 1, 0, 0, 0, 0}),
+                                     *imageWith({3, 3}, {1, 2, 3, 4, 55, 6, 7, 8, 9}));
+    EXPECT_TRUE(samePixels(*imageWith({3, 3}, {55, 55, 55, 55, 55, 55, 55, 55, 55}), *result));
 }
 
 TEST(ImageInterpolate, LeavesTheImageAloneWhenNothingIsKnown)
@@ -339,20 +273,15 @@ TEST(ImageInterpolate, AgreesWithItsDefinitionOnEveryLine)
     for (int distance = 2; distance <= 12; ++distance) {
         SCOPED_TRACE(::testing::Message() << "ends " << distance << " apart");
         Size const size{distance + 1, 256 * 256};
-        auto const isEnd = [distance](int x) { return x == 0 || x == distance; };
-        auto mask = imageOf<Byte>(size);
-        auto values = imageOf<Byte>(size);
-        auto expected = imageOf<Byte>(size);
+        auto const mask = randomMask(size, 0, 1);
+        auto const values = randomImage<Byte>(size, 2);
         for (int y = 0; y < size.height; ++y) {
-            auto const end = [y](int x) { return x == 0 ? y & 255 : y >> 8; };
-            for (int x = 0; x < size.width; ++x) {
-                auto const at = pixelOffset(x, y, size.width);
-                int const value = isEnd(x) ? end(x) : lineValue(size.width, x, isEnd, end).value_or(-1);
-                mask->pixels()[at] = isEnd(x);
-                values->pixels()[at] = static_cast<Byte>(isEnd(x) ? value : 99);
-                expected->pixels()[at] = static_cast<Byte>(value);
-            }
+            auto const first = pixelOffset(0, y, size.width);
+            mask->pixels()[first] = mask->pixels()[first + distance] = 1;
+            values->pixels()[first] = static_cast<Byte>(y & 255);
+            values->pixels()[first + distance] = static_cast<Byte>(y >> 8);
         }
+        auto const expected = interpolatedByHand(*mask, *values);
         ASSERT_TRUE(samePixels(*expected, *interpolated(*mask, *values)));
         ASSERT_TRUE(
             samePixels(*transposed(*expected), *interpolated(*transposed(*mask), *transposed(*values))));
