@@ -34,10 +34,11 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/koImage.pc
 
 # An outside project finds, builds against and runs what was installed, after the prefix has moved.
 if(KO_BUILD_TESTS)
+    string(REGEX REPLACE "^(.+)$" "-fsanitize=\\1" sanitizers "${KO_SANITIZERS}")
     add_test(NAME package.InstalledPrefixCanBeMovedAndUsedFromOutside
         COMMAND ${CMAKE_COMMAND}
             -D build=${PROJECT_BINARY_DIR} -D source=${PROJECT_SOURCE_DIR} -D compiler=${CMAKE_CXX_COMPILER}
-            -D flags=$<$<BOOL:${KO_SANITIZERS}>:-fsanitize=${KO_SANITIZERS}>
+            -D flags=${sanitizers}
             -D libdir=${CMAKE_INSTALL_LIBDIR}
             -P ${CMAKE_CURRENT_LIST_DIR}/package_test.cmake)
     set_tests_properties(package.InstalledPrefixCanBeMovedAndUsedFromOutside PROPERTIES LABELS package)

@@ -2,8 +2,8 @@
 //
 //   tour <folder>
 //
-// Draws a small scene with a sun far brighter than white, takes it through the library, and writes one picture (PPM)
-// for each step into the folder, which is made when it is not there.
+// Draws a small scene with a sun far brighter than white, takes it through the library, and writes one
+// picture (PPM) for each step into the folder, which is made when it is not there.
 
 #include "koImage/koImage.h"
 
@@ -72,7 +72,8 @@ public:
             for (int x = 0; x < image.width(); ++x)
                 putPixel(file, pixelAt(image, x, y));
         if (!file.flush())
-            throw std::filesystem::filesystem_error("cannot write", path, std::make_error_code(std::errc::io_error));
+            throw std::filesystem::filesystem_error("cannot write", path,
+                                                    std::make_error_code(std::errc::io_error));
         std::printf("%-28s %s\n", path.filename().c_str(), what);
     }
 
@@ -124,12 +125,16 @@ void takeTour(Tour& tour)
     auto const scene = drawScene(512, 256);
     tour.show(*scene, "scene", "a scene with a sun of radiance 40; the file clips it to white");
 
-    // Glare: the light beyond white, spread, and added again.
-    auto const bright = brightPart(*scene);
-    auto const glare = makeImage<Float3>(0, 0);
-    imageBlur(*bright, *glare, 61, false, false);
+    // Glare: a sixth of the light beyond white, spread twice over, and added again.
+    auto const glare = brightPart(*scene);
+    imageBlur(*glare, *glare, 41, false, false);
+    imageBlur(*glare, *glare, 61, false, false);
+    auto const sixth = makeImage<Float3>(scene->width(), scene->height());
+    std::fill_n(sixth->pixels(), sixth->pixelCount(), Float3{1 / 6.0f, 1 / 6.0f, 1 / 6.0f});
+    imageMult(*glare, *sixth, *glare);
     imageAdd(*scene, *glare, *glare);
-    tour.show(*glare, "glare", "imageSub, imageBlur, imageAdd: light beyond white, blurred by 61 and added");
+    tour.show(*glare, "glare",
+              "imageSub, imageBlur, imageMult, imageAdd: light beyond white, spread and added");
 
     // The same eighth of the pixels, three ways.
     ko::Reference<Image> const points(resize(*scene, 64, 32, false));
