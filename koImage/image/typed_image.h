@@ -9,8 +9,7 @@ namespace koImage {
 
 /// Owns its pixel array, or borrows one that it never releases.
 ///
-/// Pixels are raw memory: a new array is undefined until written. Only harmonics pixels are constructed and
-/// destroyed.
+/// Pixels are raw memory, undefined until written; harmonics pixels alone are constructed and destroyed.
 template <class T>
 class KOIMAGE_EXPORT TypedImage : public Image {
 public:
@@ -29,8 +28,9 @@ public:
     T const* pixels() const { return pixels_; }
     bool ownsPixels() const { return ownsPixels_; }
 
-    /// Attaches memory of the caller's: width x height pixels that outlive their use here. The image reads
-    /// and writes them but never releases them; an array that it owned is released.
+    /// Attaches memory of the caller's: width x height pixels (as pixelCount() counts them), aligned as T
+    /// asks, that outlive their use here. The image reads and writes them but never releases them; an array
+    /// that it owned is released.
     void borrow(T* pixels, int width, int height);
 
 private:

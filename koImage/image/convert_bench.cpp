@@ -1,0 +1,37 @@
+#include "koImage/image/convert.h"
+
+#include "koImage/testing/side_by_side.h"
+#include "koImage/testing/test_images.h"
+
+#include <cstring>
+
+namespace koImage::testing {
+namespace {
+
+// A conversion against a memcpy that reads and writes as many bytes in all.
+template <class From, class To>
+void BM_imageConvert(benchmark::State& state)
+{
+    auto const side = static_cast<int>(state.range(0));
+    auto const source = randomImage<From>({side, side}, 1);
+    TypedImage<To> result;
+
+    auto const pixels = std::int64_t{side} * side;
+    auto const bytes = pixels * static_cast<std::int64_t>(sizeof(From) + sizeof(To));
+    auto const half = static_cast<int>(bytes / side / 2);
+    auto const from = randomImage<unsigned char>({half, side}, 2);
+    auto const to = imageOf<unsigned char>({half, side});
+
+    sideBySide(
+        state, {pixels, bytes}, [&] { imageConvert(*source, result); },
+        [&] { std::memcpy(to->data(), from->data(), static_cast<std::size_t>(bytes / 2)); });
+}
+
+#define KO_SIZES ArgName("side")->Arg(256)->Arg(1024)->Arg(4096)->UseManualTime()
+BENCHMARK_TEMPLATE(BM_imageConvert, float, unsigned char)->KO_SIZES;
+BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float3)->KO_SIZES;
+BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float4)->KO_SIZES;
+BENCHMARK_TEMPLATE(BM_imageConvert, Float3, Float4)->KO_SIZES;
+
+}  // namespace
+}  // namespace koImage::testing
