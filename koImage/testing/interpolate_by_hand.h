@@ -71,10 +71,12 @@ inline void sweepByHand(unsigned char const* mask, unsigned char* values, unsign
     }
 }
 
-/// Both images have pixels, and the same size.
+/// Both images have the same size.
 inline void interpolateByHand(TypedImage<unsigned char> const& mask, TypedImage<unsigned char>& values)
 {
     Size const size{values.width(), values.height()};
+    if (pixelsOf<unsigned char>(values).empty())
+        return;
     auto const firstMarks = imageOf<unsigned char>(size);
     auto const secondMarks = imageOf<unsigned char>(size);
     std::ranges::fill(pixelsOf<unsigned char>(*firstMarks), static_cast<unsigned char>(0));
