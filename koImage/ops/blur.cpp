@@ -1,24 +1,23 @@
 // How it is computed
 //
-// The running sum of a line is a chain of additions whose order is fixed, but lines are independent. So lines
-// are filtered in bundles, side by side: the samples of a bundle are copied to a work area in which sample x
-// of every line follows each other,
+// The running sum of a line is a chain of additions in a fixed order, but lines do not depend on each other.
+// So they are filtered in bundles: the samples of a bundle are copied to a work area, position by position,
 //
 //   line          0    1    2   ...  lanes - 1
-//   position 0   [ ]  [ ]  [ ]  ...  [ ]           one row of the bundle
+//   position 0   [ ]  [ ]  [ ]  ...  [ ]           a row of the bundle
 //   position 1   [ ]  [ ]  [ ]  ...  [ ]
 //   ...
 //
-// and each step of the filter takes eight whole rows: the four that leave the boxes and the four that enter.
-// The loops over the lanes of a row are what the compiler turns into vector instructions.
+// and a step of the filter takes eight whole rows: the four that leave the boxes and the four that enter. The
+// loops over the lanes of a row become vector instructions on any processor.
 //
-// Columns of an image are copied to a bundle as they are, rows are transposed, and the outputs go straight to
-// the result. The copy is not only for the order: rows of an image are often a power of two apart and would
-// evict each other from the cache. And it is what lets the columns be filtered in place.
+// Columns of an image are rows of a bundle already, rows of an image are transposed on the way in and out.
+// The copy is worth its time: rows of an image are often a power of two apart and evict each other from the
+// cache, and a bundle that is copied can be filtered in place. So the result holds what the first pass makes,
+// and the temporary image is the work area.
 #include "koImage/ops/blur.h"
 
 #include "koImage/image/numeric.h"
-#include "koImage/image/pixel_array.h"
 #include "koImage/image/typed_image.h"
 #include "koImage/ops/blur_v3.h"
 
@@ -34,10 +33,7 @@ namespace koImage {
 
 namespace {
 
-// ---- kernel
-// ------------------------------------------------------------------------------------------------
-
-/// The half-widths a, b, c, d; d is the widest. In 64 bits, as all positions are: their sums are defined.
+/// The half-widths a, b, c, d; d is the widest. In 64 bits, as all positions are: sums of them are defined.
 using HalfWidths = std::array<std::int64_t, 4>;
 
 HalfWidths halfWidthsOf(int diameter)
@@ -47,46 +43,43 @@ HalfWidths halfWidthsOf(int diameter)
     return {rounded(65), rounded(122), rounded(176), std::max(truncateToInt(f), 0)};
 }
 
-/// The rows of a bundle that one step reads, in the order a, b, c, d.
+// ---- The sums of a bundle
+// ----------------------------------------------------------------------------------
+//
+// LineSums<Channel> holds one sum for each lane:
+//
+//   Sample     a channel as it stands in a bundle
+//   load       copies adjacent channels to a bundle
+//   slide      takes the samples behind out of the sums and adds those ahead
+//   collect    sets the sums to the eight samples of the wrapped kernel
+//   write      writes sums times factor as channels
+//
+// The number of lanes is an int, or an integral_constant for full bundles, whose loops leave no remainder.
+
+constexpr int maxLanes = 256;
+
+/// The rows that a step reads, boxes in turn.
 template <class Sample>
 struct Taps {
     std::array<Sample const*, 4> behind;
     std::array<Sample const*, 4> ahead;
 };
 
-constexpr int maxLanes = 256;
-
-// ---- sums of lines side by side, by channel type
-// -----------------------------------------------------------
-//
-//   Sample   a channel in a bundle
-//   load     copies a run of channels to a bundle
-//   slide    takes the samples behind out of the sums, in turn, and adds those ahead
-//   collect  sets the sums to those of the wrapped kernel
-//   write    writes the outputs: sum times factor
-
-template <class Channel>
-class LineSums;
-
-// The pattern of a float that is a half, give or take a power of two, rounds like this: half a unit added to
-// the magnitude, the 13 bits that a half lacks cleared. Ties go away from zero.
-inline float roundedAsHalf(float value)
-{
-    return std::bit_cast<float>((std::bit_cast<std::uint32_t>(value) + 0x1000) & ~std::uint32_t{0x1FFF});
-}
-
-/// Floats, and halves kept as floats 2^112 times as large. In that unit
-///   - the halves from 65520 on are the floats from 2^128 on: a sum that overflows the one overflows the
-///     other, and infinity and NaN stay what they are;
-///   - sums of halves below 2^-14 are exact, as they should be, for halves are multiples of 2^-24;
-///   - a sum is never -0, for it starts at +0 and x - x is +0.
-/// So rounding as above is the conversion to half and back, on every sum there can be.
+/// Sums of floats; and of halves, kept as floats 2^112 times as large. That makes rounding to half two
+/// integer instructions, right for every sum there is:
+///   - half a unit is added to the magnitude and the 13 bits that a half lacks are cleared: ties go away from
+///     zero;
+///   - what is 65520 or more as a half is 2^128 or more here: both overflow to infinity, and infinities and
+///     NaNs stay what they are;
+///   - sums below 2^-14, where halves are subnormal, are exact: all halves are multiples of 2^-24;
+///   - the conversion to half turns -0 into +0, but no sum is -0: it starts from +0, and x - x is +0.
 template <class Channel>
 class FloatSums {
 public:
     using Sample = float;
 
-    void slide(Taps<float> taps, int lanes)
+    template <class Lanes>
+    void slide(Taps<float> taps, Lanes lanes)
     {
         auto const [a, b, c, d] = taps.behind;
         auto const [e, f, g, h] = taps.ahead;
@@ -104,13 +97,13 @@ public:
         }
     }
 
-    void collect(Taps<float> taps, int lanes)
+    template <class Lanes>
+    void collect(Taps<float> taps, Lanes lanes)
     {
         auto const [a, b, c, d] = taps.behind;
         auto const [e, f, g, h] = taps.ahead;
         for (int i = 0; i < lanes; ++i) {
-            // Not the first sample itself: 0 + -0 is +0.
-            float sum = rounded(0.0f + e[i]);
+            float sum = rounded(0.0f + e[i]);  // not e[i]: a first sample of -0 makes +0
             sum = rounded(sum + a[i]);
             sum = rounded(sum + f[i]);
             sum = rounded(sum + b[i]);
@@ -123,16 +116,20 @@ public:
     }
 
 protected:
+    alignas(64) float sums_[maxLanes] = {};
+
+private:
     static float rounded(float sum)
     {
         if constexpr (std::is_same_v<Channel, half>)
-            return roundedAsHalf(sum);
+            return std::bit_cast<float>((std::bit_cast<std::uint32_t>(sum) + 0x1000) & 0xFFFFE000);
         else
             return sum;
     }
-
-    alignas(64) float sums_[maxLanes] = {};
 };
+
+template <class Channel>
+class LineSums;
 
 template <>
 class LineSums<float> : public FloatSums<float> {
@@ -142,7 +139,8 @@ public:
         std::memcpy(samples, in, static_cast<std::size_t>(count) * sizeof(float));
     }
 
-    void write(std::int64_t /*count*/, float factor, float* __restrict out, int lanes) const
+    template <class Lanes>
+    void write(std::int64_t /*count*/, float factor, float* __restrict out, Lanes lanes) const
     {
         for (int i = 0; i < lanes; ++i)
             out[i] = sums_[i] * factor;
@@ -154,32 +152,35 @@ class LineSums<half> : public FloatSums<half> {
 public:
     static void load(half const* in, float* __restrict samples, int count)
     {
-        int i = 0;
+        int first = 0;
 #if KO_SIMD_V3
-        i = v3::multiplyHalves(in, unit, samples, count);
+        first = count / 4 * 4;
+        v3::scaleHalves(in, scale, samples, first);
 #endif
-        for (; i < count; ++i)
-            samples[i] = static_cast<float>(in[i]) * unit;
+        for (int i = first; i < count; ++i)
+            samples[i] = static_cast<float>(in[i]) * scale;
     }
 
-    void write(std::int64_t /*count*/, float factor, half* __restrict out, int lanes) const
+    template <class Lanes>
+    void write(std::int64_t /*count*/, float factor, half* __restrict out, Lanes lanes) const
     {
-        // Two products: 1 / unit alone is exact.
-        int i = 0;
+        int first = 0;
 #if KO_SIMD_V3
-        i = v3::roundToHalves(sums_, 1 / unit, factor, out, lanes);
+        first = lanes / 8 * 8;
+        v3::roundToHalves(sums_, 1 / scale, factor, out, first);
 #endif
-        for (; i < lanes; ++i)
-            out[i] = half(sums_[i] * (1 / unit) * factor);
+        // Not factor / scale, which can be too small for a float.
+        for (int i = first; i < lanes; ++i)
+            out[i] = half(sums_[i] * (1 / scale) * factor);
     }
 
 private:
-    static constexpr float unit = 0x1p112f;
+    static constexpr float scale = 0x1p112f;
 };
 
-/// Bytes are summed exactly, so their order is free: two of them at a time as a 16-bit word. The words of all
-/// eight rows are added as they are, modulo 2^16, and so are their high bytes; what the high bytes account
-/// for, taken from the words, leaves the low bytes.
+/// Sums of bytes are exact, so the order is free and the eight samples come first. They are added in 16 bits,
+/// two lanes to a word: all words as they are, modulo 2^16, and their high bytes apart. What the high bytes
+/// contribute, taken from the words, leaves the low bytes.
 template <>
 class LineSums<unsigned char> {
 public:
@@ -190,24 +191,23 @@ public:
         std::memcpy(samples, in, static_cast<std::size_t>(count));
     }
 
-    void slide(Taps<unsigned char> taps, int lanes)
+    template <class Lanes>
+    void slide(Taps<unsigned char> taps, Lanes lanes)
     {
-        auto const [a, b, c, d] = taps.behind;
-        auto const [e, f, g, h] = taps.ahead;
-        add(lanes, [=](auto at) { return at(e) + at(f) + at(g) + at(h) - at(a) - at(b) - at(c) - at(d); });
+        add<-1>(taps, lanes);
     }
 
-    void collect(Taps<unsigned char> taps, int lanes)
+    template <class Lanes>
+    void collect(Taps<unsigned char> taps, Lanes lanes)
     {
-        auto const [a, b, c, d] = taps.behind;
-        auto const [e, f, g, h] = taps.ahead;
-        std::fill_n(sums_, lanes, 0u);
-        add(lanes, [=](auto at) { return at(e) + at(f) + at(g) + at(h) + at(a) + at(b) + at(c) + at(d); });
+        std::fill_n(sums_, int{lanes}, 0u);
+        add<1>(taps, lanes);
     }
 
-    void write(std::int64_t count, float factor, unsigned char* out, int lanes) const
+    template <class Lanes>
+    void write(std::int64_t count, float factor, unsigned char* out, Lanes lanes) const
     {
-        // Signed words are converted by one instruction, unsigned ones by many.
+        // Signed words are converted to float in one instruction, unsigned ones in many.
         if (count <= std::int64_t{0x7FFFFFFF} / 255)
             write<std::int32_t>(factor, out, lanes);
         else
@@ -215,38 +215,49 @@ public:
     }
 
 private:
-    static std::uint16_t wordOf(unsigned char const* row, int i)
+    /// sums += ahead + sign * behind
+    template <int sign, class Lanes>
+    void add(Taps<unsigned char> taps, Lanes lanes)
     {
-        std::uint16_t word;
-        std::memcpy(&word, row + 2 * i, 2);
-        return word;
-    }
-
-    /// Adds total(at) to the sums, where total adds and subtracts at(row) of the rows of its choice.
-    template <class Total>
-    void add(int lanes, Total total)
-    {
+        auto const [a, b, c, d] = taps.behind;
+        auto const [e, f, g, h] = taps.ahead;
         int const words = lanes / 2;
         std::uint32_t* __restrict const lows = sums_;
         std::uint32_t* __restrict const highs = sums_ + words;
         for (int i = 0; i < words; ++i) {
-            int const high = total([i](unsigned char const* row) { return wordOf(row, i) >> 8; });
-            int const both = total([i](unsigned char const* row) { return int{wordOf(row, i)}; });
+            std::uint16_t both = 0;
+            std::uint16_t high = 0;
+            auto const take = [&both, &high, i](unsigned char const* row, int times) {
+                std::uint16_t word;
+                std::memcpy(&word, row + 2 * i, 2);
+                both = static_cast<std::uint16_t>(both + times * word);
+                high = static_cast<std::uint16_t>(high + times * (word >> 8));
+            };
+            take(e, 1);
+            take(a, sign);
+            take(f, 1);
+            take(b, sign);
+            take(g, 1);
+            take(c, sign);
+            take(h, 1);
+            take(d, sign);
             lows[i] += static_cast<std::uint32_t>(static_cast<std::int16_t>(both - high * 256));
             highs[i] += static_cast<std::uint32_t>(static_cast<std::int16_t>(high));
         }
-        if (lanes % 2 != 0)
-            sums_[lanes - 1] += static_cast<std::uint32_t>(
-                total([lanes](unsigned char const* row) { return int{row[lanes - 1]}; }));
+        if (lanes % 2 != 0) {
+            int const i = lanes - 1;
+            sums_[i] +=
+                static_cast<std::uint32_t>(e[i] + f[i] + g[i] + h[i] + sign * (a[i] + b[i] + c[i] + d[i]));
+        }
     }
 
-    template <class Word>
-    void write(float factor, unsigned char* __restrict out, int lanes) const
+    template <class Word, class Lanes>
+    void write(float factor, unsigned char* __restrict out, Lanes lanes) const
     {
-        int const words = lanes / 2;
         auto const mean = [this, factor](int i) {
             return static_cast<int>(static_cast<float>(static_cast<Word>(sums_[i])) * factor);
         };
+        int const words = lanes / 2;
         for (int i = 0; i < words; ++i) {
             auto const word = static_cast<std::uint16_t>(mean(i) | mean(words + i) << 8);
             std::memcpy(out + 2 * i, &word, 2);
@@ -255,35 +266,37 @@ private:
             out[lanes - 1] = static_cast<unsigned char>(mean(lanes - 1));
     }
 
-    // The low bytes of all words, then the high ones; last the byte that is left of an odd number of lanes.
+    // The low bytes of all words, then the high ones, then the lane that is left over.
     alignas(64) std::uint32_t sums_[maxLanes] = {};
 };
 
 template <class Channel>
 using SampleOf = typename LineSums<Channel>::Sample;
 
-// ---- one bundle
-// --------------------------------------------------------------------------------------------
+// ---- Filtering a bundle
+// ------------------------------------------------------------------------------------
+//
+// The outputs of position o are written to output.row(o), which output.done(o) then takes from there.
 
-template <class Sample>
+template <class Sample, class Lanes>
 struct Bundle {
-    Sample const* row(std::int64_t x) const { return samples + x * lanes; }
+    Sample const* row(std::int64_t position) const { return samples + position * lanes; }
 
     Sample const* samples;
     std::int64_t length;
-    int lanes;
+    Lanes lanes;
 };
 
-/// Hands each position's outputs to `output`: written to output.row(o), followed by output.done(o).
-template <class Channel, class Output>
-void filterClamped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& halfWidths, Output output)
+template <class Channel, class Lanes, class Output>
+void filterClamped(Bundle<SampleOf<Channel>, Lanes> bundle, HalfWidths const& halfWidths, Output output)
 {
-    // What lies outside of the line is a row of zeros: x + 0 and x - 0 are x, and no sum is -0.
+    // Outside of the line, samples are zeros: x + 0 and x - 0 are x, for no sum is -0.
     alignas(64) static constexpr SampleOf<Channel> zeros[maxLanes] = {};
     std::int64_t const n = bundle.length;
 
-    // Between two neighbours of these positions each box enters and leaves at every step, or at none: it
-    // enters from -k to n - 1 - k, and from k + 1 on the sample of the step before leaves.
+    // A step takes out what lies behind the previous position, then adds what lies ahead. Box k reads from
+    // the line ahead from -k to n - 1 - k, and behind from k + 1 on; between these bounds nothing has to be
+    // tested.
     std::array<std::int64_t, 14> bounds = {0, n};
     for (std::size_t i = 0; i < 4; ++i) {
         bounds[3 * i + 2] = -halfWidths[i];
@@ -304,18 +317,19 @@ void filterClamped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& ha
         int entering = 0;
         int leaving = 0;
         for (std::size_t i = 0; i < 4; ++i) {
-            bool const leaves = first > halfWidths[i];
-            taps.behind[i] = leaves ? bundle.row(first - 1 - halfWidths[i]) : zeros;
-            behindStep[i] = leaves ? bundle.lanes : 0;
+            std::int64_t const k = halfWidths[i];
+            bool const leaves = first > k;
+            taps.behind[i] = leaves ? bundle.row(first - 1 - k) : zeros;
+            behindStep[i] = leaves ? int{bundle.lanes} : 0;
             leaving += leaves;
 
-            bool const enters = -halfWidths[i] <= first && first < n - halfWidths[i];
-            taps.ahead[i] = enters ? bundle.row(first + halfWidths[i]) : zeros;
-            aheadStep[i] = enters ? bundle.lanes : 0;
+            bool const enters = -k <= first && first < n - k;
+            taps.ahead[i] = enters ? bundle.row(first + k) : zeros;
+            aheadStep[i] = enters ? int{bundle.lanes} : 0;
             entering += enters;
         }
 
-        // Wide boxes leave gaps before the first output, as long as the diameter is large.
+        // Boxes wider than the line leave gaps before the first output, as long as a diameter can make them.
         if (last <= 0 && entering == 0)
             continue;
 
@@ -337,8 +351,8 @@ void filterClamped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& ha
     }
 }
 
-template <class Channel, class Output>
-void filterWrapped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& halfWidths, Output output)
+template <class Channel, class Lanes, class Output>
+void filterWrapped(Bundle<SampleOf<Channel>, Lanes> bundle, HalfWidths const& halfWidths, Output output)
 {
     std::int64_t const n = bundle.length;
     std::array<std::int64_t, 4> behind;
@@ -349,7 +363,7 @@ void filterWrapped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& ha
     }
 
     LineSums<Channel> sums;
-    auto const step = [n](std::int64_t& x) { x = x + 1 == n ? 0 : x + 1; };
+    auto const step = [n](std::int64_t& position) { position = position + 1 == n ? 0 : position + 1; };
     for (std::int64_t o = 0; o < n; ++o) {
         Taps<SampleOf<Channel>> taps;
         for (std::size_t i = 0; i < 4; ++i) {
@@ -364,86 +378,127 @@ void filterWrapped(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& ha
     }
 }
 
-template <class Channel, class Output>
-void filterBundle(Bundle<SampleOf<Channel>> const& bundle, HalfWidths const& halfWidths, bool wrap,
-                  Output output)
+template <class Channel, int fullLanes, class Output>
+void filterBundle(SampleOf<Channel> const* samples, std::int64_t length, int lanes,
+                  HalfWidths const& halfWidths, bool wrap, Output output)
 {
-    if (wrap)
-        filterWrapped<Channel>(bundle, halfWidths, output);
+    static_assert(fullLanes <= maxLanes);
+    auto const filter = [&](auto count) {
+        Bundle<SampleOf<Channel>, decltype(count)> const bundle{samples, length, count};
+        if (wrap)
+            filterWrapped<Channel>(bundle, halfWidths, output);
+        else
+            filterClamped<Channel>(bundle, halfWidths, output);
+    };
+    if (lanes == fullLanes)
+        filter(std::integral_constant<int, fullLanes>{});
     else
-        filterClamped<Channel>(bundle, halfWidths, output);
+        filter(lanes);
 }
 
-/// How many of `lines` lines make a bundle: `wanted`, or as many as the work area holds. It has the size of
-/// the image, and halves take twice their size there.
+/// How many of `lines` lines make a bundle: as many as wanted, or as fit the work area, which has the size of
+/// the image. Halves take twice their size there.
 template <class Channel>
 std::ptrdiff_t bundleSize(std::ptrdiff_t wanted, std::ptrdiff_t lines)
 {
-    return std::min(wanted, lines / std::ptrdiff_t{sizeof(SampleOf<Channel>) / sizeof(Channel)});
+    constexpr std::ptrdiff_t growth = sizeof(SampleOf<Channel>) / sizeof(Channel);
+    return std::min(wanted, lines / growth);
 }
 
-// ---- columns
+/// Brings the cache lines of `count` values closer.
+template <class T>
+void prefetch(T const* values, int count)
+{
+    for (int i = 0; i < count; i += static_cast<int>(64 / sizeof(T)))
+        __builtin_prefetch(values + i);
+}
+
+// ---- Columns
 // -----------------------------------------------------------------------------------------------
 
-#ifndef COLS_F
-#define COLS_B 256
-#define COLS_F 64
-#define COLS_H 64
-#define ROWS_B 64
-#define ROWS_F 32
-#define ROWS_H 32
-#define PREF 1
-#endif
+// A bundle takes few hundred bytes of each row of the image, too few for the processor to see the next ones
+// coming: they are asked for by name.
+constexpr std::int64_t rowsAhead = 8;
 
 template <class Channel>
 struct ColumnOutput {
     Channel* row(std::int64_t y) const { return out + y * stride; }
-    void done(std::int64_t y) const
-    {
-        if (PREF)
-            for (int l = 0; l < next; l += int(64 / sizeof(Channel)))
-                __builtin_prefetch(out + y * stride + next + l, 0, 2);
-    }
+    void done(std::int64_t y) const { prefetch(row(std::min(y + rowsAhead, height - 1)), lanes); }
 
     Channel* out;
     std::ptrdiff_t stride;
-    int next;
+    std::int64_t height;
+    int lanes;
 };
 
-/// Filters `lines` adjacent columns of channels; in and out may be the same.
+/// Filters the columns of rows of `lines` channels; in and out may be the same.
 template <class Channel>
 void filterColumns(Channel const* in, Channel* out, std::ptrdiff_t lines, std::int64_t height,
                    HalfWidths const& halfWidths, bool wrap, SampleOf<Channel>* work)
 {
-    constexpr int wanted = sizeof(Channel) == 1 ? COLS_B : sizeof(Channel) == 2 ? COLS_H : COLS_F;
-    std::ptrdiff_t const most = bundleSize<Channel>(wanted, lines);
+    // Whole cache lines of every row. More of them leave the sums too little of the first-level cache.
+    constexpr int fullLanes = sizeof(Channel) == 1 ? 256 : 64;
+    std::ptrdiff_t const most = bundleSize<Channel>(fullLanes, lines);
     for (std::ptrdiff_t first = 0; first < lines; first += most) {
         int const lanes = static_cast<int>(std::min(most, lines - first));
-        for (std::int64_t y = 0; y < height; ++y)
-            LineSums<Channel>::load(in + y * lines + first, work + y * lanes, lanes);
-
-        filterBundle<Channel>({work, height, lanes}, halfWidths, wrap,
-                              ColumnOutput<Channel>{out + first, lines, first + lanes < lines ? lanes : 0});
+        Channel const* const from = in + first;
+        for (std::int64_t y = 0; y < height; ++y) {
+            prefetch(from + std::min(y + rowsAhead, height - 1) * lines, lanes);
+            LineSums<Channel>::load(from + y * lines, work + y * lanes, lanes);
+        }
+        filterBundle<Channel, fullLanes>(work, height, lanes, halfWidths, wrap,
+                                         ColumnOutput<Channel>{out + first, lines, height, lanes});
     }
 }
 
-// ---- rows
+// ---- Rows
 // --------------------------------------------------------------------------------------------------
 
-/// to(x, y) = from(y, x) for `columns` x `rows` pixels of `to`; strides in pixels.
+/// The type of a pixel's channels.
 template <class Pixel>
-void transpose(Pixel const* __restrict from, std::ptrdiff_t fromStride, Pixel* __restrict to,
-               std::ptrdiff_t toStride, int columns, int rows)
+struct ChannelIn {
+    using type = Pixel;
+};
+template <class Pixel>
+requires requires(Pixel pixel)
+{
+    pixel.r;
+}
+struct ChannelIn<Pixel> {
+    using type = decltype(Pixel::r);
+};
+template <class Pixel>
+using ChannelOf = typename ChannelIn<Pixel>::type;
+
+/// Rows of an image are transposed in pieces of so many pixels: a cache line, or a few.
+constexpr int tileLength = 16;
+
+// Each row of the image is visited once: rows a power of two apart evict each other.
+
+/// bundle(x, y) = image(y, x)
+template <class Pixel>
+void rowsToBundle(Pixel const* __restrict image, std::ptrdiff_t stride, Pixel* __restrict bundle, int rows,
+                  int length)
 {
     for (int y = 0; y < rows; ++y)
-        for (int x = 0; x < columns; ++x)
-            to[y * toStride + x] = from[x * fromStride + y];
+        for (int x = 0; x < length; ++x)
+            bundle[x * rows + y] = image[y * stride + x];
 }
 
-/// 16 x 16 bytes. Dealing the two halves of the tile into each other shifts the digits of a position, row
-/// and column, by one bit; four times, and they have changed places.
-inline void transposeTile(unsigned char const* from, std::ptrdiff_t fromStride, unsigned char* to,
-                          std::ptrdiff_t toStride)
+/// image(y, x) = bundle(x, y)
+template <class Pixel>
+void bundleToRows(Pixel const* __restrict bundle, Pixel* __restrict image, std::ptrdiff_t stride, int rows,
+                  int length)
+{
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < length; ++x)
+            image[y * stride + x] = bundle[x * rows + y];
+}
+
+/// 16 x 16 bytes. To deal the two halves of the tile into each other moves the eight bits of an index, row
+/// before column, round by one; done four times, row and column have changed places.
+void transposeTile(unsigned char const* from, std::ptrdiff_t fromStride, unsigned char* to,
+                   std::ptrdiff_t toStride)
 {
     constexpr auto deal = [](unsigned char const* __restrict in, unsigned char* __restrict out) {
         for (int i = 0; i < 128; ++i) {
@@ -463,58 +518,58 @@ inline void transposeTile(unsigned char const* from, std::ptrdiff_t fromStride, 
         std::memcpy(to + y * toStride, tile + 16 * y, 16);
 }
 
-/// Bytes by whole tiles; the last ones of a row or column overlap those before.
-inline void transpose(unsigned char const* __restrict from, std::ptrdiff_t fromStride,
-                      unsigned char* __restrict to, std::ptrdiff_t toStride, int columns, int rows)
+// Bytes by whole tiles; the last tile of the rows overlaps the one before.
+
+void rowsToBundle(unsigned char const* image, std::ptrdiff_t stride, unsigned char* bundle, int rows,
+                  int length)
 {
-    if (columns < 16 || rows < 16) {
-        transpose<unsigned char>(from, fromStride, to, toStride, columns, rows);
+    if (rows < 16 || length != 16) {
+        rowsToBundle<unsigned char>(image, stride, bundle, rows, length);
         return;
     }
     for (int y = 0; y < rows; y += 16) {
-        int const top = std::min(y, rows - 16);
-        for (int x = 0; x < columns; x += 16) {
-            int const left = std::min(x, columns - 16);
-            transposeTile(from + left * fromStride + top, fromStride, to + top * toStride + left, toStride);
-        }
+        int const first = std::min(y, rows - 16);
+        transposeTile(image + first * stride, stride, bundle + first, rows);
     }
 }
 
-/// The type of a pixel's channels.
-template <class Pixel>
-struct ChannelIn {
-    using type = Pixel;
-};
-template <class Pixel>
-requires requires(Pixel pixel)
+void bundleToRows(unsigned char const* bundle, unsigned char* image, std::ptrdiff_t stride, int rows,
+                  int length)
 {
-    pixel.r;
+    if (rows < 16 || length != 16) {
+        bundleToRows<unsigned char>(bundle, image, stride, rows, length);
+        return;
+    }
+    for (int y = 0; y < rows; y += 16) {
+        int const first = std::min(y, rows - 16);
+        transposeTile(bundle + first, rows, image + first * stride, stride);
+    }
 }
-struct ChannelIn<Pixel> {
-    using type = decltype(Pixel::r);
-};
-template <class Pixel>
-using ChannelOf = typename ChannelIn<Pixel>::type;
 
-template <class Pixel>
-constexpr int channelsOf = sizeof(Pixel) / sizeof(ChannelOf<Pixel>);
-
-/// Positions that are transposed at a time: a cache line of each row, or a few.
-template <class Pixel>
-constexpr int tileLength = sizeof(Pixel) == 1 ? 64 : 16;
+/// Halves become samples of another size on the way.
+void rowsToBundle(Half4 const* image, std::ptrdiff_t stride, Float4* bundle, int rows, int length)
+{
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < length; ++x)
+            LineSums<half>::load(&image[y * stride + x].r, &bundle[x * rows + y].r, 4);
+}
 
 template <class Pixel>
 struct RowOutput {
     ChannelOf<Pixel>* row(std::int64_t x) const
     {
-        return reinterpret_cast<ChannelOf<Pixel>*>(tile + x % tileLength<Pixel> * rows);
+        return reinterpret_cast<ChannelOf<Pixel>*>(tile + x % tileLength * rows);
     }
+
     void done(std::int64_t x) const
     {
-        if ((x + 1) % tileLength<Pixel> != 0 && x + 1 != width)
-            return;
-        std::int64_t const first = x - x % tileLength<Pixel>;
-        transpose(tile, rows, out + first, width, static_cast<int>(x + 1 - first), rows);
+        // The next tile goes to as many cache lines as there are rows: a few are asked for at each step.
+        std::int64_t const start = x - x % tileLength;
+        for (std::int64_t y = x % tileLength; y < rows; y += tileLength)
+            prefetch(out + y * width + std::min(start + tileLength, width - 1), tileLength);
+
+        if (x + 1 == start + tileLength || x + 1 == width)
+            bundleToRows(tile, out + start, width, rows, static_cast<int>(x + 1 - start));
     }
 
     Pixel* out;
@@ -529,36 +584,30 @@ void filterRows(Pixel const* in, Pixel* out, std::int64_t width, std::int64_t he
                 HalfWidths const& halfWidths, bool wrap, SampleOf<ChannelOf<Pixel>>* work)
 {
     using Channel = ChannelOf<Pixel>;
-    constexpr int channels = channelsOf<Pixel>;
+    constexpr int channels = sizeof(Pixel) / sizeof(Channel);
 
-    // A single row is a column lying down; no bundle is too small for it.
+    // A single row is a column lying down: its channels are lines that fit any work area.
     if (height == 1) {
         filterColumns(reinterpret_cast<Channel const*>(in), reinterpret_cast<Channel*>(out), channels, width,
                       halfWidths, wrap, work);
         return;
     }
 
-    constexpr int wanted = sizeof(Channel) == 1 ? ROWS_B : sizeof(Channel) == 2 ? ROWS_H : ROWS_F;
-    constexpr int wantedRows = wanted / channels;
-    std::ptrdiff_t const most = bundleSize<Channel>(wantedRows, height);
-    alignas(64) Pixel tile[tileLength<Pixel> * wantedRows];
+    // Some 64 lanes, but no more rows than the processor follows at a time: 32 streams.
+    constexpr int fullRows = sizeof(Pixel) == 1 ? 64 : channels == 1 ? 32 : 16;
+    std::ptrdiff_t const most = bundleSize<Channel>(fullRows, height);
+    constexpr auto tilePixels = static_cast<std::size_t>(tileLength * fullRows);
+    alignas(64) Pixel tile[tilePixels];
     for (std::ptrdiff_t first = 0; first < height; first += most) {
         int const rows = static_cast<int>(std::min(most, height - first));
-        Pixel const* const from = in + first * width;
-        for (std::int64_t x = 0; x < width; x += tileLength<Pixel>) {
-            int const length = static_cast<int>(std::min<std::int64_t>(tileLength<Pixel>, width - x));
-            if constexpr (std::is_same_v<Channel, half>) {
-                for (int r = 0; r < rows; ++r)
-                    for (int i = 0; i < length; ++i)
-                        LineSums<half>::load(&from[r * width + x + i].r,
-                                             work + ((x + i) * rows + r) * channels, channels);
-            } else {
-                transpose(from + x, width, reinterpret_cast<Pixel*>(work) + x * rows, rows, rows, length);
-            }
+        for (std::int64_t x = 0; x < width; x += tileLength) {
+            int const length = static_cast<int>(std::min<std::int64_t>(tileLength, width - x));
+            using BundlePixel = std::conditional_t<std::is_same_v<Pixel, Half4>, Float4, Pixel>;
+            rowsToBundle(in + first * width + x, width, reinterpret_cast<BundlePixel*>(work) + x * rows, rows,
+                         length);
         }
-
-        filterBundle<Channel>({work, width, rows * channels}, halfWidths, wrap,
-                              RowOutput<Pixel>{out + first * width, width, rows, tile});
+        filterBundle<Channel, fullRows * channels>(work, width, rows * channels, halfWidths, wrap,
+                                                   RowOutput<Pixel>{out + first * width, width, rows, tile});
     }
 }
 
@@ -569,7 +618,7 @@ void imageBlur(Image const& source, Image& result, int diameter, bool wrapX, boo
     if (source.pixelType() != result.pixelType())
         return;
 
-    // Taken first: when result is source and borrows its pixels, resize gives it an array of its own.
+    // Read first: a result that is also the source, and borrows its pixels, leaves them in resize.
     void const* const pixels = source.data();
     int const width = source.width();
     int const height = source.height();
@@ -578,19 +627,20 @@ void imageBlur(Image const& source, Image& result, int diameter, bool wrapX, boo
     dispatchPixel(source.pixelType(), BlurPixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;
         using Channel = ChannelOf<Pixel>;
-        if (pixels == nullptr || result.data() == nullptr || width < 1 || height < 1 ||
-            std::int64_t{width} * height != source.pixelCount())
+        bool const rowsFit = width > 0 && height > 0 && std::int64_t{width} * height == result.pixelCount();
+        if (pixels == nullptr || result.data() == nullptr || !rowsFit)
             return;
 
-        TypedImage<Pixel> between;
-        between.resize(width, height);
-        auto* const work = reinterpret_cast<SampleOf<Channel>*>(between.pixels());
+        TypedImage<Pixel> temporary;
+        temporary.resize(width, height);
+        auto* const work = static_cast<SampleOf<Channel>*>(temporary.data());
         auto* const out = static_cast<Pixel*>(result.data());
-        auto* const outChannels = reinterpret_cast<Channel*>(out);
+        auto* const channels = reinterpret_cast<Channel*>(out);
         HalfWidths const halfWidths = halfWidthsOf(diameter);
+
         filterRows(static_cast<Pixel const*>(pixels), out, width, height, halfWidths, wrapX, work);
-        filterColumns<Channel>(outChannels, outChannels, std::ptrdiff_t{channelsOf<Pixel>} * width, height,
-                               halfWidths, wrapY, work);
+        filterColumns(channels, channels, width * std::ptrdiff_t{sizeof(Pixel) / sizeof(Channel)}, height,
+                      halfWidths, wrapY, work);
     });
 }
 
