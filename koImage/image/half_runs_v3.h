@@ -4,26 +4,17 @@
 #include "koImage/image/half_v3.h"
 
 #include <cstddef>
-#include <cstdint>
 
 #if KO_SIMD_V3
 
 namespace koImage::v3 {
-
-/// Asks for the line that a loop reads 2 KiB further on: the processor looks too short a way ahead while
-/// lines stream out beside. A hint only: beyond the end of the run it reads nothing.
-inline void fetchAhead(void const* source)
-{
-    auto const ahead = reinterpret_cast<std::uintptr_t>(source) + 2048;
-    _mm_prefetch(reinterpret_cast<char const*>(ahead), _MM_HINT_T0);
-}
 
 /// Converts all but the last count % 16 values; returns how many those are.
 inline std::size_t convertSixteens(half const* halves, float* floats, std::size_t count)
 {
     std::size_t const end = count - count % 16;
     for (std::size_t i = 0; i < end; i += 16) {
-        fetchAhead(halves + i);
+        prefetchAhead(halves + i);
         auto const* const from = reinterpret_cast<__m128i const*>(halves + i);
         __m128i const low = _mm_loadu_si128(from);
         __m128i const high = _mm_loadu_si128(from + 1);
@@ -44,7 +35,7 @@ inline std::size_t convertSixteens(float const* floats, half* halves, std::size_
 {
     std::size_t const end = count - count % 16;
     for (std::size_t i = 0; i < end; i += 16) {
-        fetchAhead(floats + i);
+        prefetchAhead(floats + i);
         __m256 const low = _mm256_loadu_ps(floats + i);
         __m256 const high = _mm256_loadu_ps(floats + i + 8);
 
