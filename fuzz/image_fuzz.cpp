@@ -1,11 +1,12 @@
-// Random sequences of operations on a few images of any type and size. Whatever the sequence, nothing may touch
-// memory outside the images: the sanitizers watch.
+// Random sequences of operations on a few images of any type and size. Whatever the sequence, nothing may
+// touch memory outside the images: the sanitizers watch.
 //
-// The input is a program: each step takes a byte that names the operation and then what the operation asks for. A
-// program that ends in the middle of a step reads zeros.
+// The input is a program: each step takes a byte that names the operation and then what the operation asks
+// for. A program that ends in the middle of a step reads zeros.
 
 #include "koImage/koImage.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +43,7 @@ private:
 };
 
 constexpr int mostPixels = 1 << 14;
+constexpr unsigned slotCount = 4;
 
 /// Mostly small; sometimes any pair whose wrapped product is small, negative sizes included.
 std::array<int, 2> takeSize(Program& program)
@@ -75,13 +77,14 @@ public:
 
     void run()
     {
-        // A blur or a resize of the largest image costs some milliseconds: the length of a program is bounded.
+        // A blur or a resize of the largest image costs some milliseconds: the length of a program is
+        // bounded.
         for (int steps = 0; steps < 64 && !program_.atEnd(); ++steps)
             step();
     }
 
 private:
-    Slot& slot() { return slots_[program_.below(slots_.size())]; }
+    Slot& slot() { return slots_[program_.below(slotCount)]; }
     Image& image() { return *slot().image; }
 
     template <class Pixel>
@@ -97,23 +100,22 @@ private:
     void sample();
 
     Program program_;
-    std::array<Slot, 4> slots_;
+    std::array<Slot, slotCount> slots_;
 };
 
 void Interpreter::borrow()
 {
     Slot& target = slot();
-    auto const [width, height] = takeSize(program_);
-    int const count = wrappedProduct(width, height);
-    std::int64_t const pixels = count > 0 ? count : 0;
+    auto const size = takeSize(program_);
+    auto const pixels = static_cast<std::size_t>(std::max(wrappedProduct(size[0], size[1]), 0));
 
     // An array of exactly the size that it promises: the address sanitizer sees the first byte beyond.
     std::unique_ptr<std::byte[]> memory;
     dispatchPixel(target.image->pixelType(), StoredPixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;
-        memory.reset(new std::byte[static_cast<std::size_t>(pixels) * sizeof(Pixel)]());
+        memory.reset(new std::byte[pixels * sizeof(Pixel)]());
         auto next = std::make_unique<TypedImage<Pixel>>();
-        next->borrow(reinterpret_cast<Pixel*>(memory.get()), width, height);
+        next->borrow(reinterpret_cast<Pixel*>(memory.get()), size[0], size[1]);
         target.reset(next.release());
     });
     target.borrowed = std::move(memory);
@@ -219,7 +221,9 @@ void Interpreter::step()
         break;
     case 9: {
         Slot& target = slot();
-        if (convertToType(target.image, PixelTypeId{static_cast<std::int32_t>(program_.below(11))}))
+        Image const* const before = target.image.get();
+        if (convertToType(target.image, PixelTypeId{static_cast<std::int32_t>(program_.below(11))}) &&
+            target.image.get() != before)
             target.borrowed.reset();
         break;
     }
@@ -241,7 +245,9 @@ void Interpreter::step()
     case 15:
     case 16: {
         Image& target = image();
-        if (auto* const bytes = as<Byte4>(target); bytes != nullptr && bytes->width() > 0) {
+        // A raw buffer must hold all its rows, which an image whose product wraps does not.
+        bool const holdsItsRows = std::int64_t{target.width()} * target.height() == target.pixelCount();
+        if (target.pixelType() == PixelTypeId::Byte4 && holdsItsRows) {
             auto* const raw = static_cast<unsigned char*>(target.data());
             if (program_.below(2) != 0)
                 convert2PreMultipliedAlpha(raw, target.width(), target.height(), 4);
@@ -279,7 +285,8 @@ void Interpreter::step()
     case 22: {
         Image const& source = image();
         Image& result = image();
-        int const diameter = program_.below(4) == 0 ? program_.take<std::int32_t>() : program_.below(100);
+        int const diameter =
+            program_.below(4) == 0 ? program_.take<std::int32_t>() : static_cast<int>(program_.below(100));
         bool const wrapX = program_.below(2) != 0;
         imageBlur(source, result, diameter, wrapX, program_.below(2) != 0);
         break;
