@@ -4,6 +4,7 @@
 #include "koImage/image/numeric.h"
 #include "koImage/image/streaming.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -66,15 +67,14 @@ void convertImage(TypedImage<From> const& source, TypedImage<To>& result)
     result.resize(source.width(), source.height());
     auto const from = pixelsOf<From>(source);
     auto const to = pixelsOf<To>(result);
-    if (from.empty() || to.empty())
-        return;
+    std::size_t const count = std::min(from.size(), to.size());
 
-    // Two images of different types share memory only where the source borrows it.
+    // Images of different types share memory only where the source borrows it.
     if (overlap(from.data(), from.size_bytes(), to.data(), to.size_bytes())) {
-        convertSharedPixels<From, To>(from.data(), to.data(), to.size());
+        convertSharedPixels<From, To>(from.data(), to.data(), count);
         return;
     }
-    writeRuns(to.data(), to.size(), false, [&](To* run, std::size_t first, std::size_t length) {
+    writeRuns(to.data(), count, false, [&](To* run, std::size_t first, std::size_t length) {
         convertPixels(from.data() + first, run, length);
     });
 }

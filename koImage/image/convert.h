@@ -1,12 +1,12 @@
-// Conversions between the pixel types that images change into: 8-bit colour to float for lighting, grey float
-// to grey bytes for masks and previews, three float channels to four.
+// Conversions of pixel types: 8-bit colour to float for lighting, grey float to grey bytes for masks and
+// previews, three float channels to four.
 //
-// Unless an operation says otherwise:
-//   - the result takes the source's size first, and keeps its own wrap flags;
-//   - pixels are converted as one line, in order; a source without pixels leaves the result resized only;
-//   - the source may borrow the result's array: each pixel is then read after the previous one was written;
+// Of all imageConvert:
+//   - the result takes the source's size before anything else, and keeps its own wrap flags;
+//   - pixels are converted as one line; a source without pixels has none to convert;
+//   - a source may borrow the result's array: each of its pixels is read after the one before was written;
 //   - nothing is reported; the allocator's exception passes through;
-//   - cost: one pass, bound by memory on large images.
+//   - cost: one pass, bound by memory where the images are larger than the cache.
 #pragma once
 
 #include "koBase/reference_count.h"

@@ -18,13 +18,14 @@ void BM_imageConvert(benchmark::State& state)
 
     auto const pixels = std::int64_t{side} * side;
     auto const bytes = pixels * static_cast<std::int64_t>(sizeof(From) + sizeof(To));
-    auto const half = static_cast<int>(bytes / side / 2);
-    auto const from = randomImage<unsigned char>({half, side}, 2);
-    auto const to = imageOf<unsigned char>({half, side});
+    TypedImage<unsigned char> from;
+    from.resize(static_cast<int>(bytes / side / 2), side);
+    std::memset(from.data(), 1, static_cast<std::size_t>(bytes / 2));
+    ImageRef<unsigned char> const to(from.clone());
 
     sideBySide(
         state, {pixels, bytes}, [&] { imageConvert(*source, result); },
-        [&] { std::memcpy(to->data(), from->data(), static_cast<std::size_t>(bytes / 2)); });
+        [&] { std::memcpy(to->data(), from.data(), static_cast<std::size_t>(bytes / 2)); });
 }
 
 #define KO_SIZES ArgName("side")->Arg(256)->Arg(1024)->Arg(4096)->UseManualTime()

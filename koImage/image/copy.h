@@ -1,16 +1,13 @@
-// A rectangle of pixels from one image to another.
+// Copies of a rectangle of pixels from one image to another.
 //
-//   - neither image is resized;
-//   - bytes are copied as they are, types are not looked at: the images are expected to share one;
-//   - nothing happens when the rectangle does not fit, x or y is negative, or either image has no pixels.
-//
-// Types of different size: rows start at the pixels of the larger image, and each takes the bytes of a row of
-// the smaller one. Rows may then run over each other, the later one on top; where one would leave an array,
-// nothing is copied.
-//
-// Images that share memory: rows are copied one by one, row 0 first, each as if through a buffer.
-//
-//   cost      one block copy for each row, past the cache on large images
+// Of both operations:
+//   - bytes are copied as they are, and nothing else of the target changes, its size least of all;
+//   - nothing happens where the rectangle does not fit, x or y is negative, or either image has no pixels;
+//   - types are not looked at: the images are expected to share one. Between types of different size, rows
+//     start at the pixels of the larger image, and each takes the bytes of a row of the smaller one. They may
+//     run over each other, the later one on top; where one would leave an array, nothing is copied;
+//   - images may share memory: rows are copied one by one, row 0 first, each as if through a buffer;
+//   - cost: one block copy for each row, one in all for whole rows; past the cache from 16 MiB on.
 #pragma once
 
 #include "koImage/export.h"

@@ -34,7 +34,7 @@ int TypedImage<T>::bytesPerPixel() const
 template <class T>
 std::uint64_t TypedImage<T>::memorySize() const
 {
-    return sizeof(*this) + pixelsOf<T>(*this).size_bytes();
+    return sizeof(*this) + arrayLength() * sizeof(T);
 }
 
 template <class T>
@@ -49,7 +49,7 @@ TypedImage<T>* TypedImage<T>::clone() const
     auto copy = std::make_unique<TypedImage>();
     copy->setWrap(wrapHorizontal(), wrapVertical());
 
-    if (!pixelsOf<T>(*this).empty())
+    if (arrayLength() > 0)
         copy->pixels_ = copyPixelArray(pixels_, pixelCount());
     copy->setSize(width(), height());
     return copy.release();

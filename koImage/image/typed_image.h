@@ -3,6 +3,8 @@
 
 #include "koImage/image/image.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 
 namespace koImage {
@@ -28,6 +30,13 @@ public:
     T const* pixels() const { return pixels_; }
     bool ownsPixels() const { return ownsPixels_; }
 
+    /// How many pixels there are to read and write: pixelCount(), or 0 where that is below 1 or there is no
+    /// array.
+    std::size_t arrayLength() const
+    {
+        return pixels_ != nullptr && pixelCount() > 0 ? static_cast<std::size_t>(pixelCount()) : 0;
+    }
+
     /// Attaches memory of the caller's: width x height pixels (as pixelCount() counts them), aligned as T
     /// asks, that outlive their use here. The image reads and writes them but never releases them; an array
     /// that it owned is released.
@@ -44,16 +53,15 @@ private:
 template <class Pixel>
 std::span<Pixel> pixelsOf(Image& image)
 {
-    auto* const pixels = static_cast<TypedImage<Pixel>&>(image).pixels();
-    int const count = image.pixelCount();
-    return pixels != nullptr && count > 0 ? std::span<Pixel>(pixels, static_cast<std::size_t>(count))
-                                          : std::span<Pixel>();
+    auto& typed = static_cast<TypedImage<Pixel>&>(image);
+    return {typed.pixels(), typed.arrayLength()};
 }
 
 template <class Pixel>
 std::span<Pixel const> pixelsOf(Image const& image)
 {
-    return pixelsOf<Pixel>(const_cast<Image&>(image));
+    auto const& typed = static_cast<TypedImage<Pixel> const&>(image);
+    return {typed.pixels(), typed.arrayLength()};
 }
 
 extern template class TypedImage<unsigned char>;

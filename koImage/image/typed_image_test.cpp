@@ -49,6 +49,7 @@ void expectFresh(TypedImage<Pixel>& image, Size size)
     EXPECT_EQ(image.pixels() != nullptr, held > 0);
     EXPECT_TRUE(image.ownsPixels());
     EXPECT_EQ(image.memorySize(), sizeof(image) + held * sizeof(Pixel));
+    EXPECT_EQ(image.arrayLength(), held);
     EXPECT_EQ(pixelsOf<Pixel>(image).size(), held);
     EXPECT_EQ(pixelsOf<Pixel>(std::as_const(image)).size(), held);
     EXPECT_EQ(image.data(), image.pixels());
