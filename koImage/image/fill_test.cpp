@@ -74,11 +74,10 @@ TYPED_TEST(Fill, FillsThePixelsThatTheArrayHoldsWhateverTheRowsSay)
 }
 
 // From 16 MiB on white is written past the cache, from the first whole line to the last.
-TYPED_TEST(Fill, WritesEveryPixelOfALargeImageAtEveryAlignment)
+TYPED_TEST(Fill, WritesEveryPixelOfALargeImage)
 {
     constexpr int count = (16 << 20) / static_cast<int>(sizeof(whitePixel<TypeParam>())) + 5;
-    for (int const offset : {1})
-        expectBothFills<TypeParam>({count, 1}, offset);
+    expectBothFills<TypeParam>({count, 1}, 1);
 }
 
 TYPED_TEST(Fill, ToleratesAnImageWithoutPixels)
