@@ -15,8 +15,9 @@ namespace koImage {
 ///   mask      any value but 0 marks a known pixel; known pixels keep their values
 ///   shape     both images of one size, else nothing happens; nor does anything without a known pixel
 ///   numbers   single precision, then whole numbers: 10.5 becomes 10, as does the mean of 10 and 11
-///   cost      linear: each sweep reads every row and every column once; two temporary images of the same
-///   size failure   none reported; images without pixels, and two images on the same memory, stay as they are
+///   cost      linear and in memory order: a sweep passes over the rows once, and over the columns there and
+///             back; two temporary images of the same size
+///   failure   none reported; images without pixels, and two images on the same memory, stay as they are
 KOIMAGE_EXPORT void imageInterpolate(TypedImage<unsigned char> const& mask,
                                      TypedImage<unsigned char>& values);
 
