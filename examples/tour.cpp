@@ -85,7 +85,7 @@ private:
 /// Hills before a sky, a sun of radiance 40, and a chequered floor that shows every pixel of a resampling.
 ImageRef<Float3> drawScene(int width, int height)
 {
-    auto const scene = makeImage<Float3>(width, height);
+    auto scene = makeImage<Float3>(width, height);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             float const u = (static_cast<float>(x) + 0.5f) * scene->invWidth();
@@ -113,7 +113,7 @@ ImageRef<Float3> brightPart(TypedImage<Float3> const& scene)
 {
     auto const white = makeImage<Float3>(scene.width(), scene.height());
     fillWhite(*white);
-    auto const bright = makeImage<Float3>(0, 0);
+    auto bright = makeImage<Float3>(0, 0);
     imageSub(scene, *white, *bright);
     for (Float3& pixel : pixelsOf<Float3>(*bright))
         pixel = mapChannels(pixel, [](float channel) { return std::max(channel, 0.0f); });

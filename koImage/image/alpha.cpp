@@ -36,6 +36,8 @@ std::uint32_t scaledColours(std::uint32_t pixel, FactorOf factorOf)
 void convert2PreMultipliedAlpha(unsigned char* pixels, int width, int height, int channels)
 {
     std::int64_t const count = pixelsToEdit(pixels, width, height, channels);
+    if (count == 0)
+        return;
     std::int64_t done = 0;
 #if KO_SIMD_V3
     done = v3::editLines(pixels, count, v3::preMultiplied);
@@ -48,6 +50,8 @@ void convert2PreMultipliedAlpha(unsigned char* pixels, int width, int height, in
 void convert2NonPreMultipliedAlpha(unsigned char* pixels, int width, int height, int channels)
 {
     std::int64_t const count = pixelsToEdit(pixels, width, height, channels);
+    if (count == 0)
+        return;
     std::int64_t done = 0;
 #if KO_SIMD_V3
     done = v3::editLines(pixels, count, v3::unPreMultiplied);
