@@ -82,6 +82,7 @@ void convertImage(TypedImage<From> const& source, TypedImage<To>& result)
 template <class From, class To>
 bool replaceByConverted(ko::Reference<Image>& image)
 {
+    // The wrap flags of the old image are not passed on, on purpose.
     ko::Reference<TypedImage<To>> converted(new TypedImage<To>);
     imageConvert(static_cast<TypedImage<From> const&>(*image), *converted);
     image = std::move(converted);
@@ -112,6 +113,7 @@ void imageConvert(TypedImage<Float3> const& source, TypedImage<Float4>& result)
 
 bool convertToType(ko::Reference<Image>& image, PixelTypeId type)
 {
+    // A count of exactly 0 is refused, whatever the type: a negative one is as good as any.
     if (!image || image->pixelCount() == 0)
         return false;
     if (image->pixelType() == type)

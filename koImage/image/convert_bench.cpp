@@ -28,11 +28,15 @@ void BM_imageConvert(benchmark::State& state)
         [&] { std::memcpy(to->data(), from.data(), static_cast<std::size_t>(bytes / 2)); });
 }
 
-#define KO_SIZES ArgName("side")->Arg(256)->Arg(1024)->Arg(4096)->UseManualTime()
-BENCHMARK_TEMPLATE(BM_imageConvert, float, unsigned char)->KO_SIZES;
-BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float3)->KO_SIZES;
-BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float4)->KO_SIZES;
-BENCHMARK_TEMPLATE(BM_imageConvert, Float3, Float4)->KO_SIZES;
+// One image that fits the cache, one about as large, and one that is larger.
+void sizes(benchmark::internal::Benchmark* bench)
+{
+    bench->ArgName("side")->Arg(256)->Arg(1024)->Arg(4096)->UseManualTime();
+}
+BENCHMARK_TEMPLATE(BM_imageConvert, float, unsigned char)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float3)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_imageConvert, Byte4, Float4)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_imageConvert, Float3, Float4)->Apply(sizes);
 
 }  // namespace
 }  // namespace koImage::testing

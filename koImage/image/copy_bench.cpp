@@ -50,18 +50,16 @@ void BM_imageCopyOut(benchmark::State& state)
         state, b.work(), [&] { imageCopyOut(*b.frame, *b.block, b.x, 0); }, [&] { b.copyAtOnce(); });
 }
 
-#define KO_BLOCKS                                                                                            \
-    ArgNames({"side", "width"})                                                                              \
-        ->Args({256, 256})                                                                                   \
-        ->Args({256, 101})                                                                                   \
-        ->Args({2048, 2048})                                                                                 \
-        ->Args({2048, 1501})                                                                                 \
-        ->Args({2048, 101})                                                                                  \
-        ->Args({4096, 4096})                                                                                 \
-        ->Args({4096, 3001})                                                                                 \
-        ->UseManualTime()
-BENCHMARK(BM_imageCopyIn)->KO_BLOCKS;
-BENCHMARK(BM_imageCopyOut)->KO_BLOCKS;
+// Whole rows, wide and narrow blocks; in the cache, larger, and much larger than it.
+void blocks(benchmark::internal::Benchmark* bench)
+{
+    bench->ArgNames({"side", "width"})->UseManualTime();
+    bench->Args({256, 256})->Args({256, 101});
+    bench->Args({2048, 2048})->Args({2048, 1501})->Args({2048, 101});
+    bench->Args({4096, 4096})->Args({4096, 3001});
+}
+BENCHMARK(BM_imageCopyIn)->Apply(blocks);
+BENCHMARK(BM_imageCopyOut)->Apply(blocks);
 
 }  // namespace
 }  // namespace koImage::testing
