@@ -118,13 +118,13 @@ TYPED_TEST(ImageBlur, LeavesExactValuesAloneAtDiameterZero)
 
 TYPED_TEST(ImageBlur, KeepsTheOrderOfEverySumAtEveryDiameter)
 {
-    // One direction is under test; in the other one, lines of three pixels wrap.
-    auto const across = randomImage<TypeParam>({70, 3}, 1);
+    // One direction is under test; in the other one, lines of two pixels wrap.
+    auto const random = randomImage<TypeParam>({70, 2}, 1);
     for (int n = 1; n <= 70; ++n) {
-        auto const rows = imageOf<TypeParam>({n, 3});
-        auto const columns = imageOf<TypeParam>({3, n});
-        std::copy_n(across->pixels(), 3 * n, rows->pixels());
-        std::copy_n(across->pixels(), 3 * n, columns->pixels());
+        auto const rows = imageOf<TypeParam>({n, 2});
+        auto const columns = imageOf<TypeParam>({2, n});
+        std::copy_n(random->pixels(), 2 * n, rows->pixels());
+        std::copy_n(random->pixels(), 2 * n, columns->pixels());
         for (int diameter = 0; diameter <= 300; ++diameter) {
             ASSERT_TRUE(blursAsByHand(*rows, diameter, {false, true}));
             ASSERT_TRUE(blursAsByHand(*columns, diameter, {true, false}));
@@ -147,7 +147,7 @@ TYPED_TEST(ImageBlur, IsTheSameAtEverySizeAndWrap)
 
 TYPED_TEST(ImageBlur, IsTheSameOnImagesOfSeveralBundles)
 {
-    for (Size const size : {Size{211, 157}, Size{64, 128}, Size{1, 401}, Size{401, 1}, Size{307, 2}}) {
+    for (Size const size : {Size{211, 157}, Size{64, 128}, Size{1, 401}, Size{401, 1}, Size{307, 83}}) {
         auto const source = randomImage<TypeParam>(size, 3);
         for (int const diameter : {1, 21, 129}) {
             for (Wraps const wraps : allWraps)
@@ -424,6 +424,20 @@ TEST(ImageBlurKernel, StaysInfiniteOnceASumOfHalvesIs)
     }
 }
 
+TEST(ImageBlurKernel, RoundsEveryHalfAsItsConversionDoes)
+{
+    // Each half beside a random one: diameter 1 sums up to four of either.
+    auto const source = hostileImage<Half4>({2, 16384}, 15);
+    for (std::size_t i = 0; i < 16384; ++i) {
+        auto const word = [i](std::size_t channel) {
+            return half::fromBits(static_cast<std::uint16_t>(4 * i + channel));
+        };
+        source->pixels()[2 * i] = {word(0), word(1), word(2), word(3)};
+    }
+    EXPECT_TRUE(blursAsByHand(*source, 1, {false, true}));
+    EXPECT_TRUE(blursAsByHand(*source, 1, {true, true}));
+}
+
 TEST(ImageBlurKernel, NeverMakesAHalfMinusZero)
 {
     auto const source = imageOf<Half4>({20, 20});
@@ -434,6 +448,15 @@ TEST(ImageBlurKernel, NeverMakesAHalfMinusZero)
         for (Half4 const pixel : pixelsOf<Half4>(*result))
             EXPECT_EQ(pixel.r.bits() | pixel.g.bits(), 0u);
     }
+}
+
+TEST(ImageBlurKernel, SumsBytesModuloTwoToTheThirtyTwo)
+{
+    // Four boxes over the whole line: their sums go beyond 2^31, then beyond 2^32.
+    auto const source = imageOf<unsigned char>({1, 4'300'000});
+    std::fill_n(source->pixels(), 4'300'000, static_cast<unsigned char>(255));
+    for (int const diameter : {6'000'000, 20'000'000})
+        EXPECT_TRUE(blursAsByHand(*source, diameter, {true, false}));
 }
 
 TEST(ImageBlurKernel, CommutesWithFlipsOfClampedBytes)

@@ -106,9 +106,10 @@ void wrappedLineByHand(Channel const* in, Channel* out, std::int64_t n, std::int
 {
     for (std::int64_t o = 0; o < n; ++o) {
         SumOf<Channel> sum(0);
-        for (std::int64_t const k : widths) {
-            sum = plus(sum, in[(o + k) % n * step]);
-            sum = plus(sum, in[((o - k) % n + n) % n * step]);
+        for (std::int64_t const width : widths) {
+            std::int64_t const k = width < n ? width : width % n;
+            sum = plus(sum, in[(o + k < n ? o + k : o + k - n) * step]);
+            sum = plus(sum, in[(o - k < 0 ? o - k + n : o - k) * step]);
         }
         out[o * step] = scaled<Channel>(sum, 0.125f);
     }
