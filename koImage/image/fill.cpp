@@ -28,7 +28,7 @@ constexpr std::array<Filling, 9> fillings = {{
     {4, one},         // float
     {12, one},        // Float3
     {16, one},        // Float4
-    {16, one},        // Double3: deliberately two thirds of the array, in floats; 24 would change results
+    {16, one},        // Double3, deliberately as Float4: two thirds of the array, and no doubles
 }};
 
 /// The bytes that a fill of the image writes.

@@ -74,8 +74,8 @@ template <class Pixel>
 using PixelBlock = std::conditional_t<sizeof(Pixel) <= 4, PixelWord<Pixel>, OnePixel<Pixel>>;
 #endif
 
-/// Exchanges and turns blocks from both ends of a row, from `done` pixels inside on, while two are left
-/// between. Returns how far inside that came.
+/// Exchanges and turns blocks from both ends of a row, `done` pixels inside at first, for as long as two are
+/// left between. Returns how far inside that came.
 template <class Block, bool FetchNextRow, class Pixel>
 std::ptrdiff_t exchangeEnds(Pixel* row, std::ptrdiff_t width, std::ptrdiff_t done)
 {
@@ -83,14 +83,13 @@ std::ptrdiff_t exchangeEnds(Pixel* row, std::ptrdiff_t width, std::ptrdiff_t don
     constexpr auto blockBytes = static_cast<std::ptrdiff_t>(sizeof(Block));
     constexpr std::ptrdiff_t blockWidth = blockBytes / pixelBytes;
     for (; width - 2 * done >= 2 * blockWidth; done += blockWidth) {
-        if constexpr (FetchNextRow)
-            for (std::ptrdiff_t line = 0; line < 2 * blockBytes; line += 64)
-                prefetchAhead(row + 2 * done, width * pixelBytes + line);
-
         Pixel* const left = row + done;
         Pixel* const right = row + width - done - blockWidth;
         auto const toRight = Block::load(left).reversed();
         auto const toLeft = Block::load(right).reversed();
+        if constexpr (FetchNextRow)
+            for (std::ptrdiff_t line = 0; line < 2 * blockBytes; line += 64)
+                prefetchAhead(row + 2 * done, width * pixelBytes + line);
         toLeft.store(left);
         toRight.store(right);
     }

@@ -10,7 +10,8 @@
 
 namespace koImage::testing {
 
-/// A range of zeros of which every block is the same memory, except the last one, which has its own.
+/// A range of zeros in which every block is the same memory, except the last one, which has its own. The
+/// pages are mapped beforehand: one by one, on first use, they would take longer than the tests.
 class RepeatedMemory {
 public:
     static constexpr std::size_t blockBytes = std::size_t{16} << 20;
