@@ -1,6 +1,5 @@
-// The blur beside a memcpy of the image and beside its definition.
-//
-//   temporary   bytes allocated by one call, per byte of the image: 1 is the one temporary image
+// The blur beside a memcpy of the image and beside its definition. What it allocates is one temporary image:
+// as many bytes a pixel as the type has.
 
 #include "koImage/ops/blur.h"
 
@@ -8,30 +7,8 @@
 #include "koImage/testing/side_by_side.h"
 #include "koImage/testing/test_images.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <new>
-
-namespace {
-
-std::size_t allocatedBytes = 0;
-
-}  // namespace
-
-// Pixel arrays come from the aligned operator new.
-void* operator new(std::size_t bytes, std::align_val_t alignment)
-{
-    allocatedBytes += bytes;
-    auto const step = static_cast<std::size_t>(alignment);
-    if (void* const memory = std::aligned_alloc(step, (bytes + step - 1) / step * step))
-        return memory;
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept
-{
-    std::free(memory);
-}
+#include <string>
 
 namespace koImage {
 
@@ -55,10 +32,6 @@ void BM_imageBlur(benchmark::State& state)
         state, {pixels, 2 * static_cast<std::int64_t>(bytes)},
         [&] { imageBlur(*source, *result, diameter, wrap, wrap); },
         [&] { std::memcpy(copy->data(), source->data(), bytes); });
-
-    std::size_t const before = allocatedBytes;
-    imageBlur(*source, *result, diameter, wrap, wrap);
-    state.counters["temporary"] = static_cast<double>(allocatedBytes - before) / static_cast<double>(bytes);
 }
 
 template <class Pixel>
