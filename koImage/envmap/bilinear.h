@@ -67,7 +67,8 @@ Pixel const& pixelNear(std::span<Pixel const> pixels, Image const& image, std::i
 
 /// The factors of the near and the far pixel.
 struct Weights {
-    explicit Weights(float t) : near(1.0f - t), far(t) {}
+    explicit Weights(float t) : Weights(1.0f - t, t) {}
+    Weights(float nearWeight, float farWeight) : near(nearWeight), far(farWeight) {}
 
     float near;
     float far;
