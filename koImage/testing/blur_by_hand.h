@@ -130,6 +130,8 @@ ImageRef<Pixel> blurByHand(TypedImage<Pixel> const& source, int diameter, bool w
     auto* const rows = static_cast<Channel*>(between->data());
     auto* const out = static_cast<Channel*>(result->data());
     BoxWidths const widths = boxWidthsByHand(diameter);
+    if (in == nullptr || out == nullptr)
+        return result;
 
     for (std::int64_t y = 0; y < height; ++y) {
         for (std::int64_t c = 0; c < channels; ++c) {
