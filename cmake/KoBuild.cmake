@@ -26,8 +26,8 @@ endif()
 
 # ko_add_library(<name> [VARIANTS <variant>...])
 #
-# A shared library with hidden visibility and a generated export header <name>/export.h. Each variant is the
-# target <name>_<variant>: the same sources, compiled for that instruction set.
+# A shared library with hidden visibility, a generated export header <name>/export.h, and <name>.h, the header that
+# includes all others. Each variant is the target <name>_<variant>: the same sources, compiled for that instruction set.
 function(ko_add_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "VARIANTS")
     add_library(${name} SHARED)
@@ -38,6 +38,8 @@ function(ko_add_library name)
     generate_export_header(${name} EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/generated/${name}/export.h)
     target_sources(${name} PUBLIC FILE_SET generated TYPE HEADERS
         BASE_DIRS ${PROJECT_BINARY_DIR}/generated FILES ${PROJECT_BINARY_DIR}/generated/${name}/export.h)
+    target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
+        FILES ${CMAKE_CURRENT_SOURCE_DIR}/${name}.h)
 
     foreach(variant IN LISTS arg_VARIANTS)
         set(target ${name}_${variant})

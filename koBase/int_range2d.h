@@ -6,8 +6,9 @@
 
 namespace koUtil {
 
-/// Axis 0 is x (with width), axis 1 is y (with height). Every operation is defined for all 32-bit values:
-/// sums and differences are formed in 64 bits.
+/// Axis 0 is x (with width), axis 1 is y (with height). A size below 1 is an empty range.
+///
+///   numbers   defined for all 32-bit values: sums and differences are formed in 64 bits
 struct IntRange2d {
     std::int32_t x = 0;
     std::int32_t y = 0;
@@ -33,6 +34,7 @@ struct IntRange2d {
     }
 
     /// origin + ((value - origin) mod size) with a remainder of 0 and more; the origin of an empty range.
+    /// In a range that runs past the largest 32-bit value, the low 32 bits of that.
     constexpr int wrap(int axis, int value) const
     {
         std::int64_t const first = origin(axis);

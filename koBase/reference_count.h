@@ -24,18 +24,22 @@ public:
 
     std::uint32_t referenceCount() const { return count_; }
 
-    void addReference() { ++count_; }
+    void addReference() const { ++count_; }
 
     /// Deletes the object when the last reference goes.
-    void removeReference()
+    void removeReference() const
     {
         if (--count_ == 0)
             delete this;
     }
 
 private:
-    std::uint32_t count_ = 0;
+    // Bookkeeping, not part of the value: handles to const objects count too.
+    mutable std::uint32_t count_ = 0;
 };
+
+template <class From, class To>
+concept PointerConvertible = std::is_convertible_v<From*, To*>;
 
 /// A handle that keeps a counted object alive. Converts to handles of base classes and of const;
 /// moving it leaves the count alone.
@@ -43,22 +47,25 @@ template <class T>
 class Reference {
 public:
     Reference() = default;
+
+    // Implicit, as conversions of pointers are. NOLINTBEGIN(google-explicit-constructor)
     Reference(std::nullptr_t) {}
     Reference(T* object) : object_(object) { acquire(); }
     Reference(Reference const& other) : object_(other.object_) { acquire(); }
     Reference(Reference&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
 
-    template <class U>
-    requires std::is_convertible_v<U*, T*> Reference(Reference<U> const& other) : object_(other.get())
+    // By value: a copy counts on its way in, a moved handle does not.
+    template <PointerConvertible<T> U>
+    Reference(Reference<U> other) noexcept : object_(std::exchange(other.object_, nullptr))
     {
-        acquire();
     }
+    // NOLINTEND(google-explicit-constructor)
 
-    template <class U>
-    requires std::is_convertible_v<U*, T*> Reference(Reference<U>&& other)
-    noexcept : object_(std::exchange(other.object_, nullptr)) {}
-
-    ~Reference() { release(); }
+    ~Reference()
+    {
+        if (object_ != nullptr)
+            object_->removeReference();
+    }
 
     // By value: the old object goes last, so a handle may be assigned from something that it keeps alive.
     Reference& operator=(Reference other) noexcept
@@ -84,18 +91,10 @@ private:
     template <class U>
     friend class Reference;
 
-    // The counter is part of a const object's bookkeeping, not of its value.
-    using Object = std::remove_const_t<T>;
-
     void acquire()
     {
-        if (object_)
-            const_cast<Object*>(object_)->addReference();
-    }
-    void release()
-    {
-        if (object_)
-            const_cast<Object*>(object_)->removeReference();
+        if (object_ != nullptr)
+            object_->addReference();
     }
 
     T* object_ = nullptr;

@@ -1,7 +1,8 @@
-// Eight halves at a time, equal to the single conversions of half.h on all 2^16 halves and 2^32 floats.
+// Eight halves at a time, equal to the single conversions of half.h on all 2^16 halves and 2^32 floats, the
+// overflow condition included.
 //
-// The processor's conversion rounds ties to even and keeps the sign of zero, so it serves here only to
-// truncate what has been rounded beforehand. Private: see simd.h.
+// The processor converts in the same way but for three things, which are put right around its instruction:
+// it rounds ties to even, keeps the sign of zero, and makes signalling NaNs quiet. Private: see simd.h.
 #pragma once
 
 #include "koImage/image/half.h"
@@ -17,15 +18,21 @@ inline __m256 quietFloatsOf(__m128i halves)
     return _mm256_cvtph_ps(halves);
 }
 
+/// All ones where a half is a signalling NaN, else zero.
+inline __m128i signallingOf(__m128i halves)
+{
+    // Exponent 31, the top bit of the significand clear, the others not all zero. With the sign shifted out
+    // these are the words 0xF802 to 0xFBFE, moved here to the upper end of the signed range.
+    __m128i const moved = _mm_add_epi16(_mm_add_epi16(halves, halves), _mm_set1_epi16(0x7FFE - 0xFBFE));
+    return _mm_cmpgt_epi16(moved, _mm_set1_epi16(0x7C00));
+}
+
 /// Eight floats, payloads of signalling NaNs included.
 inline __m256 floatsOf(__m128i halves)
 {
-    // Signalling: exponent 31, a significand that is not zero, its top bit clear.
-    __m128i const magnitude = _mm_and_si128(halves, _mm_set1_epi16(0x7FFF));
-    __m128i const signalling = _mm_and_si128(_mm_cmpgt_epi16(magnitude, _mm_set1_epi16(0x7C00)),
-                                             _mm_cmpgt_epi16(_mm_set1_epi16(0x7E00), magnitude));
+    __m128i const signalling = signallingOf(halves);
     if (_mm_testz_si128(signalling, signalling)) [[likely]]
-        return _mm256_cvtph_ps(halves);
+        return quietFloatsOf(halves);
 
     alignas(16) std::uint16_t words[8];
     alignas(32) std::uint32_t floats[8];
@@ -35,33 +42,46 @@ inline __m256 floatsOf(__m128i halves)
     return _mm256_castsi256_ps(_mm256_load_si256(reinterpret_cast<__m256i const*>(floats)));
 }
 
+/// The bit patterns without their signs.
+inline __m256i magnitudesOf(__m256 floats)
+{
+    return _mm256_and_si256(_mm256_castps_si256(floats), _mm256_set1_epi32(0x7FFFFFFF));
+}
+
+/// All ones where a magnitude is infinity or NaN, else zero.
+inline __m256i specialOf(__m256i magnitudes)
+{
+    return _mm256_cmpgt_epi32(magnitudes, _mm256_set1_epi32(0x7F7FFFFF));
+}
+
+/// Eight halves of finite floats.
+inline __m128i finiteHalvesOf(__m256 floats)
+{
+    // A tie with its last bit set lies above the tie, and goes away from zero; the last bit of any other
+    // float is too far down to change its rounding.
+    __m256i const noTies = _mm256_or_si256(_mm256_castps_si256(floats), _mm256_set1_epi32(1));
+
+    // Magnitudes below 2^-25 become +0, their sign dropped.
+    __m256i const kept = _mm256_cmpgt_epi32(magnitudesOf(floats), _mm256_set1_epi32(0x32FFFFFF));
+    __m256 const rounded = _mm256_castsi256_ps(_mm256_and_si256(noTies, kept));
+
+    // Raises the overflow condition by itself.
+    return _mm256_cvtps_ph(rounded, _MM_FROUND_TO_NEAREST_INT);
+}
+
 /// Eight halves.
 inline __m128i halvesOf(__m256 floats)
 {
-    __m256i const bits = _mm256_castps_si256(floats);
-    __m256i const magnitude = _mm256_and_si256(bits, _mm256_set1_epi32(0x7FFFFFFF));
+    __m256i const special = specialOf(magnitudesOf(floats));
+    if (_mm256_testz_si256(special, special)) [[likely]]
+        return finiteHalvesOf(floats);
 
-    // From 65520 on, infinity and NaN included, one by one: overflow is raised there.
-    __m256i const large = _mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x477FEFFF));
-    if (!_mm256_testz_si256(large, large)) [[unlikely]] {
-        alignas(32) float values[8];
-        alignas(16) std::uint16_t words[8];
-        _mm256_store_ps(values, floats);
-        for (int i = 0; i < 8; ++i)
-            words[i] = half(values[i]).bits();
-        return _mm_load_si128(reinterpret_cast<__m128i const*>(words));
-    }
-
-    // Half a unit of the result, in the pattern of the float: bit 12 where the half is normal, further left
-    // by one for every power of two below 2^-14. Added to the magnitude it rounds half away from zero.
-    __m256i const exponent = _mm256_srli_epi32(magnitude, 23);
-    __m256i const below =
-        _mm256_max_epi32(_mm256_sub_epi32(_mm256_set1_epi32(113), exponent), _mm256_setzero_si256());
-    __m256i const rounded = _mm256_add_epi32(bits, _mm256_sllv_epi32(_mm256_set1_epi32(0x1000), below));
-
-    // Magnitudes below 2^-25 become +0, their sign dropped.
-    __m256i const kept = _mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x32FFFFFF));
-    return _mm256_cvtps_ph(_mm256_castsi256_ps(_mm256_and_si256(rounded, kept)), _MM_FROUND_TO_ZERO);
+    alignas(32) float values[8];
+    alignas(16) std::uint16_t words[8];
+    _mm256_store_ps(values, floats);
+    for (int i = 0; i < 8; ++i)
+        words[i] = half(values[i]).bits();
+    return _mm_load_si128(reinterpret_cast<__m128i const*>(words));
 }
 
 }  // namespace koImage::v3

@@ -31,7 +31,7 @@ public:
 
 private:
     std::int64_t order_ = N;
-    std::array<T, std::size_t{(N + 1) * (N + 1)}> coefficients_{};
+    std::array<T, std::size_t{N + 1} * std::size_t{N + 1}> coefficients_{};
 };
 
 }  // namespace koImage

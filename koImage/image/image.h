@@ -1,8 +1,8 @@
 // The image that every operation takes: an abstract, reference-counted object that knows its pixel type and
 // size.
 //
-// Rows of `width` pixels follow each other without padding, row 0 first. Row 0 is the bottom of a picture (v
-// = 0).
+// Rows of `width` pixels follow each other without padding, row 0 first. Row 0 is the bottom of a picture
+// (v = 0).
 //
 // Normalised coordinates u and v run from 0 to 1 across the image; the centre of pixel (x, y) is
 // ((x + 0.5) * invWidth, (y + 0.5) * invHeight).
@@ -18,8 +18,13 @@
 
 namespace koImage {
 
-/// Threads: none of its own, no lock. An image stays on one thread while references to it change or it is
-/// resized.
+/// Every size has a meaning. The array holds as many pixels as the signed product width x height modulo 2^32
+/// says: six for (-2, -3), none for (65536, 65536). Operations that take the pixels as one line run over all
+/// of them; operations that walk rows have nothing to walk where a size is below 1. None leaves the array,
+/// also where the rows would: 65537 x 65536 holds 65536 pixels.
+///
+///   lifetime  whoever creates an image takes it into a ko::Reference, or deletes it
+///   threads   no lock: an image stays on one thread while references to it change or it is resized
 class KOIMAGE_EXPORT Image : public ko::ReferenceCount {
 public:
     // The order of the virtual operations is binding.
@@ -35,21 +40,20 @@ public:
     /// A new image of the same class: 0 x 0, no pixels, default wrap flags, reference count 0.
     virtual Image* createEmpty() const = 0;
 
-    /// A deep copy, wrap flags included, that owns its pixels; reference count 0. The copy of an image
-    /// without pixels has none. Pixels are copied byte for byte.
+    /// A deep copy, wrap flags included, that owns its pixels; reference count 0.
+    ///
+    ///   pixels    copied byte for byte; the copy of an image without pixels has none
+    ///   failure   throws the allocator's exception; nothing stays behind
     virtual Image* clone() const = 0;
 
-    /// Gives the image another size.
+    /// Gives the image another size. Sizes of zero and less are stored as they are.
     ///
-    ///   pixels    an owned array with the same pixel count stays as it is, contents included (4 x 8 becomes
-    ///             8 x 4); any other count leaves the pixels undefined. A borrowed array is left alone and
-    ///             replaced by one of the image's own, unless the new count is below 1: then it stays
-    ///             borrowed.
-    ///   shape     the pixel count is the signed product modulo 2^32; below 1 an owning image holds no
-    ///   pixels.
-    ///             Sizes of zero and less are stored as they are.
-    ///   failure   throws the allocator's exception; the old array is gone by then, the size still the old
-    ///   one.
+    ///   pixels    an owned array stays as it is where the pixel count does (4 x 8 becomes 8 x 4). Any other
+    ///             count releases it; a new array is undefined until written, and below 1 there is none.
+    ///             A borrowed array is left alone and replaced by an owned one whatever the count, unless
+    ///             that is below 1: then it stays, still borrowed.
+    ///   failure   throws the allocator's exception: an owned array is gone by then, the size still the old
+    ///             one. So any operation may meet an image of positive size without pixels.
     virtual void resize(int width, int height) = 0;
 
     /// The pixels, or null.
@@ -60,18 +64,16 @@ public:
     int width() const { return width_; }
     int height() const { return height_; }
 
-    /// 1 / width and 1 / height, or 1 while the size is below 1: the size of one pixel in normalised
-    /// coordinates.
+    /// One pixel in normalised coordinates: 1 / width and 1 / height, or 1 where the size is below 1.
     float invWidth() const { return invWidth_; }
     float invHeight() const { return invHeight_; }
 
-    /// Whether bilinear sampling beyond the left and right (bottom and top) edges wraps around instead of
-    /// clamping.
+    /// Whether sampling beyond the left and right (bottom and top) edges wraps around instead of clamping.
     bool wrapHorizontal() const { return wrapHorizontal_; }
     bool wrapVertical() const { return wrapVertical_; }
     void setWrap(bool horizontal, bool vertical);
 
-    /// width x height as a signed product modulo 2^32: how many pixels the array holds when positive.
+    /// width x height as a signed product modulo 2^32: how many pixels the array holds, none where below 1.
     int pixelCount() const { return wrappedProduct(width_, height_); }
 
     /// Sets the rectangle to the whole image: origin (0, 0), width, height.

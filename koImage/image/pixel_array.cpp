@@ -22,9 +22,10 @@ void* allocatePixelMemory(std::size_t bytes)
 {
     void* const memory = ::operator new(bytes, alignmentFor(bytes));
 #ifdef MADV_HUGEPAGE
-    // Advice only: where it is refused the array is as good, its first touch slower.
+    // Advice only: where it is refused the array is as good, its first touch slower. The rest behind the last
+    // whole huge page keeps small pages, or the array could take up to 2 MiB more than its size.
     if (bytes >= hugePage)
-        static_cast<void>(madvise(memory, bytes, MADV_HUGEPAGE));
+        static_cast<void>(madvise(memory, bytes - bytes % hugePage, MADV_HUGEPAGE));
 #endif
     return memory;
 }

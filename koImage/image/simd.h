@@ -5,6 +5,9 @@
 // serves every other processor. Rooms are private: nothing that is installed includes them.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #if defined(__AVX2__) && defined(__F16C__) && defined(__BMI2__)
 #define KO_SIMD_V3 1
 #include <immintrin.h>
@@ -18,3 +21,18 @@
 #else
 #define KO_SIMD_SSE2 0
 #endif
+
+namespace koImage {
+
+/// Asks for the cache line that lies `bytes` after `address`: for loops over large arrays that do so much for
+/// each line, or stream so much out beside, that the processor by itself looks too short a way ahead. A hint:
+/// nothing happens where there is no memory.
+inline void prefetchAhead([[maybe_unused]] void const* address, [[maybe_unused]] std::ptrdiff_t bytes = 2048)
+{
+#if KO_SIMD_SSE2
+    auto const line = reinterpret_cast<std::uintptr_t>(address) + static_cast<std::uintptr_t>(bytes);
+    _mm_prefetch(reinterpret_cast<char const*>(line), _MM_HINT_T0);  // NOLINT(performance-no-int-to-ptr)
+#endif
+}
+
+}  // namespace koImage

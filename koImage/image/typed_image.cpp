@@ -2,7 +2,6 @@
 
 #include "koImage/image/pixel_array.h"
 
-#include <cstring>
 #include <memory>
 
 namespace koImage {
@@ -35,7 +34,7 @@ int TypedImage<T>::bytesPerPixel() const
 template <class T>
 std::uint64_t TypedImage<T>::memorySize() const
 {
-    return sizeof(*this) + pixelsOf<T>(*this).size_bytes();
+    return sizeof(*this) + arrayLength() * sizeof(T);
 }
 
 template <class T>
@@ -50,12 +49,8 @@ TypedImage<T>* TypedImage<T>::clone() const
     auto copy = std::make_unique<TypedImage>();
     copy->setWrap(wrapHorizontal(), wrapVertical());
 
-    // The whole array moves as bytes: a half or a NaN keeps every bit.
-    auto const source = pixelsOf<T>(*this);
-    if (!source.empty()) {
-        copy->pixels_ = newPixelArray<T>(pixelCount());
-        std::memcpy(static_cast<void*>(copy->pixels_), source.data(), source.size_bytes());
-    }
+    if (arrayLength() > 0)
+        copy->pixels_ = copyPixelArray(pixels_, pixelCount());
     copy->setSize(width(), height());
     return copy.release();
 }
@@ -69,6 +64,9 @@ void TypedImage<T>::resize(int width, int height)
     // The old array goes before the new one comes, so that both never stand in memory together.
     if (!sameCount && ownsPixels_)
         releasePixels();
+
+    // The size decides, not the pointer: an image that lost its pixels to a failed resize gets none from a
+    // resize to the count it still has.
     if ((!sameCount || !ownsPixels_) && count > 0) {
         pixels_ = newPixelArray<T>(count);
         ownsPixels_ = true;

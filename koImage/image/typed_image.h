@@ -3,14 +3,15 @@
 
 #include "koImage/image/image.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 
 namespace koImage {
 
 /// Owns its pixel array, or borrows one that it never releases.
 ///
-/// Pixels are raw memory: a new array is undefined until written. Only harmonics pixels are constructed and
-/// destroyed.
+/// Pixels are raw memory, undefined until written; harmonics pixels alone are constructed and destroyed.
 template <class T>
 class KOIMAGE_EXPORT TypedImage : public Image {
 public:
@@ -29,8 +30,16 @@ public:
     T const* pixels() const { return pixels_; }
     bool ownsPixels() const { return ownsPixels_; }
 
-    /// Attaches memory of the caller's: width x height pixels that outlive their use here. The image reads
-    /// and writes them but never releases them; an array that it owned is released.
+    /// How many pixels there are to read and write: pixelCount(), or 0 where that is below 1 or there is no
+    /// array.
+    std::size_t arrayLength() const
+    {
+        return pixels_ != nullptr && pixelCount() > 0 ? static_cast<std::size_t>(pixelCount()) : 0;
+    }
+
+    /// Attaches memory of the caller's: width x height pixels (as pixelCount() counts them), aligned as T
+    /// asks, that outlive their use here. The image reads and writes them but never releases them; an array
+    /// that it owned is released.
     void borrow(T* pixels, int width, int height);
 
 private:
@@ -44,16 +53,15 @@ private:
 template <class Pixel>
 std::span<Pixel> pixelsOf(Image& image)
 {
-    auto* const pixels = static_cast<TypedImage<Pixel>&>(image).pixels();
-    int const count = image.pixelCount();
-    return pixels != nullptr && count > 0 ? std::span<Pixel>(pixels, static_cast<std::size_t>(count))
-                                          : std::span<Pixel>();
+    auto& typed = static_cast<TypedImage<Pixel>&>(image);
+    return {typed.pixels(), typed.arrayLength()};
 }
 
 template <class Pixel>
 std::span<Pixel const> pixelsOf(Image const& image)
 {
-    return pixelsOf<Pixel>(const_cast<Image&>(image));
+    auto const& typed = static_cast<TypedImage<Pixel> const&>(image);
+    return {typed.pixels(), typed.arrayLength()};
 }
 
 extern template class TypedImage<unsigned char>;

@@ -6,7 +6,11 @@
 //   ratio    median time of the yardstick / median time of ours: above 1 we are faster
 //   ns/px    median time of ours per pixel
 //   yard     the yardstick's median, per pixel
+//   allocs   allocations of one call of ours, its results sized beforehand
+//   new B/px their bytes per pixel
 #pragma once
+
+#include "koImage/testing/allocations.h"
 
 #include <benchmark/benchmark.h>
 
@@ -44,6 +48,7 @@ void sideBySide(benchmark::State& state, Work work, Ours const& ours, Yardstick 
 {
     ours();  // first touch of the results is not measured
     yardstick();
+    Allocations const allocations = allocationsOf(ours);
 
     std::vector<double> ourTimes;
     std::vector<double> yardTimes;
@@ -61,6 +66,8 @@ void sideBySide(benchmark::State& state, Work work, Ours const& ours, Yardstick 
     state.counters["ratio"] = yard / our;
     state.counters["ns/px"] = our * 1e9 / pixels;
     state.counters["yard"] = yard * 1e9 / pixels;
+    state.counters["allocs"] = static_cast<double>(allocations.count);
+    state.counters["new B/px"] = static_cast<double>(allocations.bytes) / pixels;
 }
 
 }  // namespace koImage::testing

@@ -1,0 +1,69 @@
+// Rows of bilinear samples, many columns at a time. Private to resize.cpp.
+//
+// What a column of the result takes from the source does not depend on the row, so columns are found once for
+// many rows. A source row blended along itself does not depend on the row of the result, so when enlarging it
+// is kept for as long as it is asked for.
+#pragma once
+
+#include "koImage/envmap/bilinear.h"
+
+#include <array>
+#include <cstddef>
+
+namespace koImage {
+
+/// Columns that are worked on together: what is kept of them stays in the first-level cache.
+inline constexpr int tileWidth = 512;
+
+/// Up to tileWidth columns of the result: the source columns that they blend, and by which weights.
+struct Columns {
+    std::size_t count;
+    std::array<std::int32_t, tileWidth> near;
+    std::array<std::int32_t, tileWidth> far;
+    std::array<float, tileWidth> nearWeight;
+    std::array<float, tileWidth> farWeight;
+
+    void set(std::size_t i, std::int32_t nearColumn, std::int32_t farColumn, Weights weights)
+    {
+        near[i] = nearColumn;
+        far[i] = farColumn;
+        nearWeight[i] = weights.near;
+        farWeight[i] = weights.far;
+    }
+
+    template <class Pixel>
+    auto blendAcross(Pixel const* row, std::size_t i) const
+    {
+        return koImage::blendAcross(row[near[i]], row[far[i]], Weights(nearWeight[i], farWeight[i]));
+    }
+};
+
+/// The blends of a row of samples.
+template <class Pixel>
+struct RowBlend {
+    /// A pixel of a source row blended along itself.
+    using Kept = decltype(blendAcross(Pixel{}, Pixel{}, Weights(0)));
+
+    /// Blends a source row along itself.
+    static void across(Pixel const* row, Columns const& columns, Kept* kept)
+    {
+        for (std::size_t i = 0; i < columns.count; ++i)
+            kept[i] = columns.blendAcross(row, i);
+    }
+
+    /// Blends two kept rows.
+    static void down(Kept const* near, Kept const* far, Weights weights, std::size_t count, Pixel* out)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = pixelOf(blendDown(near[i], far[i], weights));
+    }
+
+    /// Both at once, keeping nothing. Two source rows that are read together arrive faster from memory.
+    static void both(Pixel const* near, Pixel const* far, Columns const& columns, Weights weights, Pixel* out)
+    {
+        for (std::size_t i = 0; i < columns.count; ++i)
+            out[i] = pixelOf(blendDown(columns.blendAcross(near, i), columns.blendAcross(far, i), weights));
+    }
+};
+
+}  // namespace koImage
