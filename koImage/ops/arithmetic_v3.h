@@ -5,7 +5,6 @@
 #include "koImage/image/half_v3.h"
 #include "koImage/image/pixel_types.h"
 #include "koImage/image/simd.h"
-#include "koImage/image/streaming.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "koImage/ops/average.h"
 
-#include "koImage/image/streaming.h"
+#include "koImage/image/simd.h"
 #include "koImage/image/typed_image.h"
 #include "koImage/ops/average_v3.h"
 

@@ -11,7 +11,6 @@
 
 #include "koImage/image/pixel_types.h"
 #include "koImage/image/simd.h"
-#include "koImage/image/streaming.h"
 
 #include <algorithm>
 #include <bit>
