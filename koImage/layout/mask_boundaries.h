@@ -33,7 +33,7 @@ struct Boundary3d {
 ///   shape     an image without pixels, or whose sizes are not those of its array, has no outlines
 ///   cost      one pass over the mask, 64 pixels at a time, and a few steps for each unit of outline;
 ///   temporary memory
-///             of three bits a corner
+///             of three bits a corner. A list that held outlines lends their memory to the new ones
 ///   source    Lorensen and Cline 1987, in two dimensions, without interpolation
 KOIMAGE_EXPORT void computeMaskBoundaries(TypedImage<unsigned char> const& mask,
                                           ko::list<Boundary3d>& boundaries);

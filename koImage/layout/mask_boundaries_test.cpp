@@ -286,6 +286,16 @@ TEST(ComputeMaskBoundaries, IsSoundAndAsWalkedByHandOnRandomMasks)
     }
 }
 
+TEST(ComputeMaskBoundaries, ReplacesWhateverTheListHeld)
+{
+    ko::list<Boundary3d> boundaries;
+    for (std::uint32_t const percent : {50u, 5u, 0u, 70u, 100u, 40u}) {
+        auto const mask = randomMask({61, 37}, percent, percent);
+        computeMaskBoundaries(*mask, boundaries);
+        EXPECT_TRUE(sameBoundaries(boundariesByHand(*mask), boundaries)) << percent << " %";
+    }
+}
+
 TEST(ComputeMaskBoundaries, IsEmptyWithoutPixels)
 {
     for (Size const size : {Size{0, 0}, Size{0, 5}, Size{5, 0}})
