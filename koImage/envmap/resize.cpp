@@ -1,6 +1,7 @@
 #include "koImage/envmap/resize.h"
 
 #include "koImage/envmap/resize_rows.h"
+#include "koImage/envmap/resize_v3.h"
 
 #include <memory>
 #include <utility>
@@ -89,6 +90,8 @@ void findColumns(TypedImage<Pixel> const& source, TypedImage<Pixel> const& resul
         columns.set(i, static_cast<std::int32_t>(x.near), static_cast<std::int32_t>(x.far),
                     rowWeights<Pixel>(x.t));
     }
+    for (std::size_t i = columns.count; i < columns.paddedCount(); ++i)
+        columns.set(i, 0, 0, Weights(0, 0));
 }
 
 /// The two source rows that were blended last.

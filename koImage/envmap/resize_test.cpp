@@ -119,13 +119,16 @@ TYPED_TEST(Resize, FollowsTheSamplersBetweenAllSmallSizes)
         }
 }
 
-// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction.
+// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction. Rows and
+// columns far from the first have weights of few binary digits, some of them 0; the last four have thousands of weights.
 constexpr struct {
     Size from;
     Size to;
-} largePairs[] = {{{1031, 37}, {1543, 29}}, {{515, 3}, {2051, 5}}, {{1, 1}, {1025, 3}},
-                  {{2, 2}, {513, 7}},       {{4099, 2}, {1, 9}},   {{3001, 5}, {601, 2}},
-                  {{129, 67}, {512, 268}},  {{768, 5}, {511, 31}}, {{701, 3}, {8209, 7}}};
+} largePairs[] = {{{1031, 37}, {1543, 29}}, {{515, 3}, {2051, 5}},   {{1, 1}, {1025, 3}},
+                  {{2, 2}, {513, 7}},       {{4099, 2}, {1, 9}},     {{3001, 5}, {601, 2}},
+                  {{129, 67}, {512, 268}},  {{768, 5}, {511, 31}},   {{701, 3}, {8209, 7}},
+                  {{37, 300}, {41, 450}},   {{3, 8191}, {2, 12289}}, {{8191, 3}, {12289, 2}},
+                  {{5, 16384}, {3, 8192}},  {{16384, 5}, {3000, 2}}};
 
 TYPED_TEST(Resize, FollowsTheSamplersAcrossLargeSizes)
 {
