@@ -119,8 +119,9 @@ TYPED_TEST(Resize, FollowsTheSamplersBetweenAllSmallSizes)
         }
 }
 
-// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction. Rows and
-// columns far from the first have weights of few binary digits, some of them 0; the last four have thousands of weights.
+// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction. Far from
+// the first row and column weights have few binary digits, and some are 0: the last four have thousands of
+// them.
 constexpr struct {
     Size from;
     Size to;
@@ -291,6 +292,25 @@ TEST(ResizeByte4, NeverExceedsAByteAndKeepsWhiteNearlyWhite)
     for (Byte4 const& pixel : pixelsOf<Byte4>(*result))
         least = std::min({least, pixel.r, pixel.g, pixel.b, pixel.a});
     EXPECT_EQ(least, 253);
+}
+
+// Significands decide which products are ties. The words are those of results that are subnormal, normal, and
+// near overflow; half of the columns, and of the rows, weigh the second pixel alone.
+TEST(ResizeHalf4, WeighsEverySignificandByEveryOther)
+{
+    auto const along = imageOf<Half4>({2, 1});
+    auto const down = imageOf<Half4>({1, 2});
+    for (unsigned const first : {0x0000u, 0x0400u, 0x3C00u, 0x7800u})
+        for (unsigned word = first; word < first + 0x400; word += 4) {
+            auto const next = [word](unsigned i) {
+                return half::fromBits(static_cast<std::uint16_t>(word + i));
+            };
+            Half4 const pixels[] = {{0.0f, 0.0f, 0.0f, 0.0f}, {next(0), next(1), next(2), next(0x8003)}};
+            std::copy_n(pixels, 2, along->pixels());
+            std::copy_n(pixels, 2, down->pixels());
+            ASSERT_TRUE(resizesByTheRules(*along, {4096, 1}, bilinear));
+            ASSERT_TRUE(resizesByTheRules(*down, {1, 512}, bilinear));
+        }
 }
 
 TEST(ResizeFloat, OfTheSameSizeIsTheMeanOfFourPixelsToTheLowerRight)

@@ -81,6 +81,87 @@ void writeEights(std::size_t count, Byte4* out, Eight const& eight)
     }
 }
 
+// --- Half4, two pixels at a time ---
+//
+// The processor rounds ties to even, a half rounds them away from zero. So whatever is rounded is first moved
+// away from zero: by enough to leave a tie, and by too little to come to the next one. Why it is so stands in
+// each function; all products of halves and all sums of two have been compared with half.h.
+//
+// Products keep the sign of a zero, which a half drops: they are only added up, and the sum drops it.
+
+/// Two pixels.
+inline __m128i load2(Half4 const& first, Half4 const& second)
+{
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<__m128i const*>(&first)),
+                              _mm_loadl_epi64(reinterpret_cast<__m128i const*>(&second)));
+}
+
+/// To the nearest half, ties to even.
+inline __m256 roundedToHalf(__m256 floats)
+{
+    return _mm256_cvtph_ps(_mm256_cvtps_ph(floats, _MM_FROUND_TO_NEAREST_INT));
+}
+
+/// Halves times half weights, rounded to half.
+inline __m256 weightedByHalf(__m256 halves, __m256 weights)
+{
+    // A product p with 2^e <= |p| < 2^(e+1) has 22 bits: it is a multiple of 2^(e-21), and so is every tie
+    // near it. A weight moved by one or two units in its last place, 0.66 to 1.34 * 2^-23 of it, moves p by
+    // less than 0.67 * 2^(e-21), and rounding the float by at most another 2^(e-24): a tie leaves its place,
+    // and nothing else comes to one.
+    __m256 const moved = _mm256_mul_ps(weights, _mm256_set1_ps(1 + 0x1p-23f));
+    return roundedToHalf(_mm256_mul_ps(halves, moved));
+}
+
+/// Halves times a float weight, rounded to float, then to half.
+inline __m256 weightedByFloat(__m256 halves, float weight)
+{
+    // A float that is a tie has a 0 as its last bit: with a 1 there it lies above. Infinity would become NaN,
+    // so it becomes a number that overflows; NaN stays.
+    __m256 const limit = _mm256_set1_ps(0x1p17f);
+    __m256 const product = _mm256_mul_ps(halves, _mm256_set1_ps(weight));
+    __m256 const finite = _mm256_max_ps(-limit, _mm256_min_ps(limit, product));
+    return roundedToHalf(_mm256_or_ps(finite, _mm256_castsi256_ps(_mm256_set1_epi32(1))));
+}
+
+/// Sums of two halves, rounded to half.
+inline __m128i halfSums(__m256 a, __m256 b)
+{
+    // Let 2^e <= |sum| < 2^(e+1), e >= -14; below 2^-14 sums of halves are halves. Ties are the odd multiples
+    // of 2^(e-11). To fall short of one by a little, the smaller summand must fall short by as much of a
+    // multiple of 2^(e-11), and then has bits of 2^(e-22) and more: by two units in the last place of the sum
+    // at least. The sum is moved by one; powers of two, which are halves, stay.
+    __m256 const sum = _mm256_add_ps(_mm256_add_ps(a, b), _mm256_setzero_ps());  // -0 becomes +0
+    return _mm256_cvtps_ph(_mm256_fmadd_ps(sum, _mm256_set1_ps(0x1p-24f), sum), _MM_FROUND_TO_NEAREST_INT);
+}
+
+/// Columns i and i + 1 of a blended row.
+inline __m256 across2(Half4 const* row, Columns const& columns, std::size_t i)
+{
+    auto const weighted = [&](auto const& x, auto const& weight) {
+        return weightedByHalf(_mm256_cvtph_ps(load2(row[x[i]], row[x[i + 1]])), spread2(&weight[i]));
+    };
+    return _mm256_cvtph_ps(
+        halfSums(weighted(columns.near, columns.nearWeight), weighted(columns.far, columns.farWeight)));
+}
+
+/// Two pixels of two blended rows, blended.
+inline __m128i down2(__m256 near, __m256 far, Weights weights)
+{
+    return halfSums(weightedByFloat(near, weights.near), weightedByFloat(far, weights.far));
+}
+
+/// out[i] = two(i), two pixels at a time; what two() gives beyond `count` is not written.
+template <class Two>
+void writePairs(std::size_t count, Half4* out, Two const& two)
+{
+    std::size_t i = 0;
+    for (; i + 2 <= count; i += 2)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), two(i));
+    if (i < count)
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), two(i));
+}
+
 }  // namespace v3
 
 template <>
@@ -133,6 +214,31 @@ struct RowBlend<Byte4> {
                 return v3::down2(v3::across2(near, columns, i + k), v3::across2(far, columns, i + k),
                                  weights);
             });
+        });
+    }
+};
+
+template <>
+struct RowBlend<Half4> {
+    using Kept = Float4;  // of halves
+
+    static void across(Half4 const* row, Columns const& columns, Kept* kept)
+    {
+        for (std::size_t i = 0; i < columns.count; i += 2)
+            _mm256_storeu_ps(&kept[i].r, v3::across2(row, columns, i));
+    }
+
+    static void down(Kept const* near, Kept const* far, Weights weights, std::size_t count, Half4* out)
+    {
+        v3::writePairs(count, out, [=](std::size_t i) {
+            return v3::down2(_mm256_loadu_ps(&near[i].r), _mm256_loadu_ps(&far[i].r), weights);
+        });
+    }
+
+    static void both(Half4 const* near, Half4 const* far, Columns const& columns, Weights weights, Half4* out)
+    {
+        v3::writePairs(columns.count, out, [&](std::size_t i) {
+            return v3::down2(v3::across2(near, columns, i), v3::across2(far, columns, i), weights);
         });
     }
 };
