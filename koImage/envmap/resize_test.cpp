@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace koImage {
@@ -311,6 +312,18 @@ TEST(ResizeHalf4, WeighsEverySignificandByEveryOther)
             ASSERT_TRUE(resizesByTheRules(*along, {4096, 1}, bilinear));
             ASSERT_TRUE(resizesByTheRules(*down, {1, 512}, bilinear));
         }
+}
+
+TEST(ResizeHalf4, DropsTheSignOfZero)
+{
+    auto const source = imageOf<Half4>({9, 8});
+    half const minusZero = half::fromBits(0x8000);
+    std::ranges::fill(pixelsOf<Half4>(*source), Half4{minusZero, minusZero, minusZero, minusZero});
+    for (Size const size : {Size{19, 17}, Size{4, 3}}) {
+        auto const zeros = imageOf<Half4>(size);
+        std::ranges::fill(pixelsOf<Half4>(*zeros), Half4{0.0f, 0.0f, 0.0f, 0.0f});
+        EXPECT_TRUE(testing::samePixels(*zeros, *resized(*source, size, bilinear)));
+    }
 }
 
 TEST(ResizeFloat, OfTheSameSizeIsTheMeanOfFourPixelsToTheLowerRight)
