@@ -27,6 +27,12 @@ inline float centreOf(int x, float step)
     return (static_cast<float>(x) + 0.5f) * step;
 }
 
+/// The pixel that point sampling takes along an axis.
+inline std::int32_t nearestTo(float coordinate, int size)
+{
+    return truncateToInt(positionOf(coordinate, size));
+}
+
 /// The two pixels that a coordinate falls between, along one axis, and how far it is from near to far.
 struct Neighbours {
     std::int64_t near;

@@ -1,6 +1,7 @@
 #include "koImage/envmap/resize.h"
 
 #include "koImage/envmap/resize_rows.h"
+#include "koImage/envmap/resize_v3.h"
 
 #include <memory>
 #include <utility>
@@ -16,53 +17,81 @@ bool isRegular(Image const& image)
            std::int64_t{image.width()} * image.height() == image.pixelCount();
 }
 
-// --- One pixel at a time: images whose sizes do not describe their pixels ---
+// --- Blocks of the result, from a source whose sizes describe its pixels ---
+//
+// All positions then lie inside the source: insideScale takes more from a coordinate than its roundings add.
 
-/// result(x, y) = pixelAt(u, v) at the centre of every pixel.
-template <class Pixel, class PixelAt>
-void fill(TypedImage<Pixel>& result, PixelAt const& pixelAt)
+struct Block {
+    int left;
+    int width;
+    int top;
+    int bottom;
+};
+
+/// Calls work(block) for blocks that cover the result, from left to right in bands of rows. A band's part of
+/// a fresh result, just cleared by the system, and its source rows stay in the second-level cache.
+template <class Pixel, class Work>
+void forEachBlock(TypedImage<Pixel> const& result, int maxWidth, Work const& work)
 {
-    Pixel* out = result.pixels();
-    for (int y = 0; y < result.height(); ++y) {
-        float const v = centreOf(y, result.invHeight());
-        for (int x = 0; x < result.width(); ++x)
-            *out++ = pixelAt(centreOf(x, result.invWidth()), v);
+    constexpr std::int64_t bandBytes = 2 << 20;
+    constexpr std::int64_t fewestRows = 16;  // finding a block's columns takes as long as a row or two
+    auto const rowBytes = std::int64_t{result.width()} * std::int64_t{sizeof(Pixel)};
+    auto const bandRows = static_cast<int>(std::max(bandBytes / rowBytes, fewestRows));
+
+    int rows = 0;
+    for (int top = 0; top < result.height(); top += rows) {
+        rows = std::min(bandRows, result.height() - top);
+        int width = 0;
+        for (int left = 0; left < result.width(); left += width) {
+            width = std::min(maxWidth, result.width() - left);
+            work(Block{left, width, top, top + rows});
+        }
     }
 }
 
+// --- Point sampling ---
+
+/// Only columns are kept: long runs of memory are worth more than small tiles.
+constexpr int copyWidth = 4096;
+
 template <class Pixel>
-void samplePixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
+void copyBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block)
 {
-    fill(result, [&source](float u, float v) {
-        SampleOf<Pixel> sample;
-        sampleBilinear(source, u, v, sample);
-        return pixelOf(sample);
-    });
+    std::array<std::int32_t, copyWidth> columns;
+    auto const count = static_cast<std::size_t>(block.width);
+    for (std::size_t i = 0; i < count; ++i)
+        columns[i] = nearestTo(centreOf(block.left + static_cast<int>(i), result.invWidth()), source.width());
+
+    std::int32_t copied = -1;
+    for (int y = block.top; y < block.bottom; ++y) {
+        std::int32_t const row = nearestTo(centreOf(y, result.invHeight()), source.height());
+        Pixel* const out = result.pixels() + pixelOffset(block.left, y, result.width());
+        if (row == copied) {
+            std::copy_n(out - result.width(), count, out);
+        } else {
+            Pixel const* const pixels = source.pixels() + pixelOffset(0, row, source.width());
+            for (std::size_t i = 0; i < count; ++i)
+                out[i] = pixels[columns[i]];
+            copied = row;
+        }
+    }
 }
 
-template <class Pixel>
-void copyPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
-{
-    auto const pixels = pixelsOf<Pixel>(source);
-    fill(result, [&](float u, float v) {
-        return pixelNear(pixels, source, truncateToInt(positionOf(u, source.width())),
-                         truncateToInt(positionOf(v, source.height())));
-    });
-}
-
-// --- Bilinear, many pixels at a time ---
+// --- Bilinear ---
 
 template <class Pixel>
-void findColumns(TypedImage<Pixel> const& source, TypedImage<Pixel> const& result, int first,
+void findColumns(TypedImage<Pixel> const& source, TypedImage<Pixel> const& result, Block block,
                  Columns& columns)
 {
-    columns.count = static_cast<std::size_t>(std::min(tileWidth, result.width() - first));
+    columns.count = static_cast<std::size_t>(block.width);
     for (std::size_t i = 0; i < columns.count; ++i) {
-        Neighbours const x = neighboursOf(centreOf(first + static_cast<int>(i), result.invWidth()),
+        Neighbours const x = neighboursOf(centreOf(block.left + static_cast<int>(i), result.invWidth()),
                                           source.width(), source.wrapHorizontal());
         columns.set(i, static_cast<std::int32_t>(x.near), static_cast<std::int32_t>(x.far),
                     rowWeights<Pixel>(x.t));
     }
+    for (std::size_t i = columns.count; i < columns.paddedCount(); ++i)
+        columns.set(i, 0, 0, Weights(0, 0));
 }
 
 /// The two source rows that were blended last.
@@ -94,36 +123,69 @@ private:
 };
 
 template <class Pixel>
-void blendPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
+void blendBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block)
 {
-    // Tiles of columns, one after the other down a band of rows: the band's part of the result and its source
-    // rows stay in the second-level cache while the tiles go over them.
-    constexpr std::size_t bandBytes = std::size_t{2} << 20;
-    auto const bandHeight = static_cast<int>(
-        std::max<std::size_t>(16, bandBytes / (static_cast<std::size_t>(result.width()) * sizeof(Pixel))));
+    Columns columns;
+    findColumns(source, result, block, columns);
+    KeptRows<Pixel> rows(source, columns);
 
     // Reducing by more than two, no source row is read twice.
     bool const keep = result.height() > source.height() / 2;
-    for (int band = 0; band < result.height(); band += bandHeight) {
-        int const last = result.height() - band < bandHeight ? result.height() : band + bandHeight;
-        for (int first = 0; first < result.width(); first += tileWidth) {
-            Columns columns;
-            findColumns(source, result, first, columns);
-            KeptRows<Pixel> rows(source, columns);
-            for (int y = band; y < last; ++y) {
-                Neighbours const at =
-                    neighboursOf(centreOf(y, result.invHeight()), source.height(), source.wrapVertical());
-                Pixel* const out = result.pixels() + pixelOffset(first, y, result.width());
-                if (keep)
-                    RowBlend<Pixel>::down(rows.get(at.near, at.far), rows.get(at.far, at.near), Weights(at.t),
-                                          columns.count, out);
-                else
-                    RowBlend<Pixel>::both(source.pixels() + at.near * source.width(),
-                                          source.pixels() + at.far * source.width(), columns, Weights(at.t),
-                                          out);
-            }
-        }
+    for (int y = block.top; y < block.bottom; ++y) {
+        Neighbours const at =
+            neighboursOf(centreOf(y, result.invHeight()), source.height(), source.wrapVertical());
+        Pixel* const out = result.pixels() + pixelOffset(block.left, y, result.width());
+        if (keep)
+            RowBlend<Pixel>::down(rows.get(at.near, at.far), rows.get(at.far, at.near), Weights(at.t),
+                                  columns.count, out);
+        else
+            RowBlend<Pixel>::both(source.pixels() + at.near * source.width(),
+                                  source.pixels() + at.far * source.width(), columns, Weights(at.t), out);
     }
+}
+
+// --- One pixel at a time, from a source whose sizes do not describe its pixels ---
+
+/// result(x, y) = pixelAt(u, v) at the centre of every pixel.
+template <class Pixel, class PixelAt>
+void fill(TypedImage<Pixel>& result, PixelAt const& pixelAt)
+{
+    Pixel* out = result.pixels();
+    for (int y = 0; y < result.height(); ++y) {
+        float const v = centreOf(y, result.invHeight());
+        for (int x = 0; x < result.width(); ++x)
+            *out++ = pixelAt(centreOf(x, result.invWidth()), v);
+    }
+}
+
+template <class Pixel>
+void copyPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
+{
+    fill(result, [&source, pixels = pixelsOf<Pixel>(source)](float u, float v) {
+        return pixelNear(pixels, source, nearestTo(u, source.width()), nearestTo(v, source.height()));
+    });
+}
+
+template <class Pixel>
+void blendPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
+{
+    fill(result, [&source](float u, float v) {
+        SampleOf<Pixel> sample;
+        sampleBilinear(source, u, v, sample);
+        return pixelOf(sample);
+    });
+}
+
+/// Writes every pixel of the result.
+template <class Pixel>
+void resample(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, bool filter)
+{
+    if (!isRegular(source))
+        filter ? blendPixels(source, result) : copyPixels(source, result);
+    else if (filter)
+        forEachBlock(result, tileWidth, [&](Block block) { blendBlock(source, result, block); });
+    else
+        forEachBlock(result, copyWidth, [&](Block block) { copyBlock(source, result, block); });
 }
 
 }  // namespace
@@ -135,16 +197,8 @@ Image* resize(Image const& source, int width, int height, bool filter)
         using Pixel = typename decltype(tag)::type;
         auto image = std::make_unique<TypedImage<Pixel>>();
         image->resize(width, height);
-
-        if (isRegular(*image) && !pixelsOf<Pixel>(source).empty()) {
-            auto const& typedSource = static_cast<TypedImage<Pixel> const&>(source);
-            if (filter && isRegular(source))
-                blendPixels(typedSource, *image);
-            else if (filter)
-                samplePixels(typedSource, *image);
-            else
-                copyPixels(typedSource, *image);
-        }
+        if (isRegular(*image) && !pixelsOf<Pixel>(source).empty())
+            resample(static_cast<TypedImage<Pixel> const&>(source), *image, filter);
         result = image.release();
     });
     return result;

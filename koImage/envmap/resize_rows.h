@@ -23,6 +23,10 @@ struct Columns {
     std::array<float, tileWidth> nearWeight;
     std::array<float, tileWidth> farWeight;
 
+    /// `count`, rounded up for blends that take several columns at a time: the columns beyond it are there,
+    /// with weights of 0.
+    std::size_t paddedCount() const { return (count + 7) / 8 * 8; }
+
     void set(std::size_t i, std::int32_t nearColumn, std::int32_t farColumn, Weights weights)
     {
         near[i] = nearColumn;
@@ -38,7 +42,7 @@ struct Columns {
     }
 };
 
-/// The blends of a row of samples.
+/// The blends of a row of samples. resize_v3.h specialises them for pixel types that it blends faster.
 template <class Pixel>
 struct RowBlend {
     /// A pixel of a source row blended along itself.

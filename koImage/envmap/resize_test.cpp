@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace koImage {
@@ -119,13 +120,17 @@ TYPED_TEST(Resize, FollowsTheSamplersBetweenAllSmallSizes)
         }
 }
 
-// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction.
+// Sizes around the tiles and vectors of the fast paths, reduced and enlarged in either direction. Far from
+// the first row and column weights have few binary digits, and some are 0: the last four have thousands of
+// them.
 constexpr struct {
     Size from;
     Size to;
-} largePairs[] = {{{1031, 37}, {1543, 29}}, {{515, 3}, {2051, 5}}, {{1, 1}, {1025, 3}},
-                  {{2, 2}, {513, 7}},       {{4099, 2}, {1, 9}},   {{3001, 5}, {601, 2}},
-                  {{129, 67}, {512, 268}},  {{768, 5}, {511, 31}}};
+} largePairs[] = {{{1031, 37}, {1543, 29}}, {{515, 3}, {2051, 5}},   {{1, 1}, {1025, 3}},
+                  {{2, 2}, {513, 7}},       {{4099, 2}, {1, 9}},     {{3001, 5}, {601, 2}},
+                  {{129, 67}, {512, 268}},  {{768, 5}, {511, 31}},   {{701, 3}, {8209, 7}},
+                  {{37, 300}, {41, 450}},   {{3, 8191}, {2, 12289}}, {{8191, 3}, {12289, 2}},
+                  {{5, 16384}, {3, 8192}},  {{16384, 5}, {3000, 2}}};
 
 TYPED_TEST(Resize, FollowsTheSamplersAcrossLargeSizes)
 {
@@ -288,6 +293,37 @@ TEST(ResizeByte4, NeverExceedsAByteAndKeepsWhiteNearlyWhite)
     for (Byte4 const& pixel : pixelsOf<Byte4>(*result))
         least = std::min({least, pixel.r, pixel.g, pixel.b, pixel.a});
     EXPECT_EQ(least, 253);
+}
+
+// Significands decide which products are ties. The words are those of results that are subnormal, normal, and
+// near overflow; half of the columns, and of the rows, weigh the second pixel alone.
+TEST(ResizeHalf4, WeighsEverySignificandByEveryOther)
+{
+    auto const along = imageOf<Half4>({2, 1});
+    auto const down = imageOf<Half4>({1, 2});
+    for (unsigned const first : {0x0000u, 0x0400u, 0x3C00u, 0x7800u})
+        for (unsigned word = first; word < first + 0x400; word += 4) {
+            auto const next = [word](unsigned i) {
+                return half::fromBits(static_cast<std::uint16_t>(word + i));
+            };
+            Half4 const pixels[] = {{0.0f, 0.0f, 0.0f, 0.0f}, {next(0), next(1), next(2), next(0x8003)}};
+            std::copy_n(pixels, 2, along->pixels());
+            std::copy_n(pixels, 2, down->pixels());
+            ASSERT_TRUE(resizesByTheRules(*along, {4096, 1}, bilinear));
+            ASSERT_TRUE(resizesByTheRules(*down, {1, 512}, bilinear));
+        }
+}
+
+TEST(ResizeHalf4, DropsTheSignOfZero)
+{
+    auto const source = imageOf<Half4>({9, 8});
+    half const minusZero = half::fromBits(0x8000);
+    std::ranges::fill(pixelsOf<Half4>(*source), Half4{minusZero, minusZero, minusZero, minusZero});
+    for (Size const size : {Size{19, 17}, Size{4, 3}}) {
+        auto const zeros = imageOf<Half4>(size);
+        std::ranges::fill(pixelsOf<Half4>(*zeros), Half4{0.0f, 0.0f, 0.0f, 0.0f});
+        EXPECT_TRUE(testing::samePixels(*zeros, *resized(*source, size, bilinear)));
+    }
 }
 
 TEST(ResizeFloat, OfTheSameSizeIsTheMeanOfFourPixelsToTheLowerRight)
