@@ -84,47 +84,50 @@ std::vector<T> columnTable(Image const& image)
 class LatLongRows {
 public:
     LatLongRows(LatLongMap const&, Image const& image)
-        : image_(image),
-          minusSines_(columnTable<double>(image)),
-          minusCosines_(columnTable<double>(image))
     {
         for (int x = 0; x < image.width(); ++x) {
             double const b = LatLongMap::longitude(centreOf(x, image.invWidth()));
-            minusSines_[static_cast<std::size_t>(x)] = -std::sin(b);
-            minusCosines_[static_cast<std::size_t>(x)] = -std::cos(b);
+            minusSines_.push_back(-std::sin(b));
+            minusCosines_.push_back(-std::cos(b));
+        }
+        minusSines_.resize(minusSines_.size() + tableSlack);
+        minusCosines_.resize(minusCosines_.size() + tableSlack);
+        for (int y = 0; y < image.height(); ++y) {
+            float const a = LatLongMap::latitude(centreOf(y, image.invHeight()));
+            sines_.push_back(static_cast<float>(std::sin(double{a})));
+            cosines_.push_back(LatLongMap::cosineOfLatitude(a));
         }
     }
 
-    /// Goes to a row and calls visit(first, last) for every piece of it that has directions.
+    /// Goes to a row and calls visit(first, last) for every piece of its columns begin .. end - 1 that has
+    /// directions.
     template <class Visit>
-    void pieces(int y, Visit const& visit)
+    void pieces(int y, int begin, int end, Visit const& visit)
     {
-        float const a = LatLongMap::latitude(centreOf(y, image_.invHeight()));
-        sine_ = static_cast<float>(std::sin(double{a}));
-        cosine_ = LatLongMap::cosineOfLatitude(a);
-        visit(0, image_.width());
+        y_ = static_cast<std::size_t>(y);
+        visit(begin, end);
     }
 
     /// The directions of the pixels from column x on; any beyond the piece are of no account.
     Directions at(int x) const
     {
         return {scaled(&minusSines_[static_cast<std::size_t>(x)]),
-                scaled(&minusCosines_[static_cast<std::size_t>(x)]), _mm256_set1_ps(sine_)};
+                scaled(&minusCosines_[static_cast<std::size_t>(x)]), _mm256_set1_ps(sines_[y_])};
     }
 
 private:
     __m256 scaled(double const* values) const
     {
-        __m256d const c = _mm256_set1_pd(cosine_);
+        __m256d const c = _mm256_set1_pd(cosines_[y_]);
         return floatsOf(_mm256_mul_pd(_mm256_loadu_pd(values), c),
                         _mm256_mul_pd(_mm256_loadu_pd(values + 4), c));
     }
 
-    Image const& image_;
-    std::vector<double> minusSines_;
+    std::vector<double> minusSines_;  // of the columns' longitudes
     std::vector<double> minusCosines_;
-    float sine_ = 0.0f;
-    float cosine_ = 0.0f;
+    std::vector<float> sines_;  // of the rows' latitudes
+    std::vector<float> cosines_;
+    std::size_t y_ = 0;
 };
 
 class CrossRows {
@@ -141,21 +144,21 @@ public:
             placesU_[static_cast<std::size_t>(x)] = cellU - static_cast<float>(column);
             // Centres lie in 0 .. 1, and that of the last column may round to 1.
             if (column < maxColumns)
-                ends_[column] = x + 1;
+                cellEnds_[column] = x + 1;
         }
     }
 
     template <class Visit>
-    void pieces(int y, Visit const& visit)
+    void pieces(int y, int begin, int end, Visit const& visit)
     {
         float const v = centreOf(y, image_.invHeight());
-        int first = 0;
-        for (int const end : ends_) {
-            if (end > first) {
+        for (int const cellEnd : cellEnds_) {
+            int const last = std::min(cellEnd, end);
+            if (last > begin) {
                 float unused;
-                if (map_.crossToCube(centreOf(first, image_.invWidth()), v, face_, unused, placeV_))
-                    visit(first, end);
-                first = end;
+                if (map_.crossToCube(centreOf(begin, image_.invWidth()), v, face_, unused, placeV_))
+                    visit(begin, last);
+                begin = last;
             }
         }
     }
@@ -198,8 +201,8 @@ private:
 
     CrossMap const& map_;
     Image const& image_;
-    std::vector<float> placesU_;             // fu of every column, before face 5 is turned
-    std::array<int, maxColumns> ends_ = {};  // one past the last column of pixels in each column of cells
+    std::vector<float> placesU_;                 // fu of every column, before face 5 is turned
+    std::array<int, maxColumns> cellEnds_ = {};  // one past the last column of pixels in each column of cells
     int face_ = 0;
     float placeV_ = 0.0f;
 };
@@ -209,18 +212,16 @@ public:
     SphereRows(SphereMap const& map, Image const& image) : map_(map), image_(image) {}
 
     template <class Visit>
-    void pieces(int y, Visit const& visit)
+    void pieces(int y, int begin, int end, Visit const& visit)
     {
         v_ = centreOf(y, image_.invHeight());
         // The disc is convex: one piece, found from both ends.
-        int first = 0;
-        int last = image_.width();
-        while (first < last && !hasDirection(first))
-            ++first;
-        while (first < last && !hasDirection(last - 1))
-            --last;
-        if (first < last)
-            visit(first, last);
+        while (begin < end && !hasDirection(begin))
+            ++begin;
+        while (begin < end && !hasDirection(end - 1))
+            --end;
+        if (begin < end)
+            visit(begin, end);
     }
 
     Directions at(int x) const
@@ -416,95 +417,100 @@ struct EightNeighbours {
 /// side.
 struct EightBlends {
     alignas(32) std::array<std::int32_t, 8> index00, index10, index01, index11;
-    alignas(32) std::array<float, 8> nearX, farX, nearY, farY;
+    __m256 nearX, farX, nearY, farY;
 };
 
-inline __m128 blend(__m128 near, __m128 far, __m128 nearWeight, __m128 farWeight)
-{
-    return _mm_add_ps(_mm_mul_ps(nearWeight, near), _mm_mul_ps(farWeight, far));
-}
-
-/// Four floats from a pixel on. Of Float3 the fourth is of no account: the first of the next pixel.
+/// Floats as the pixel type keeps them.
 template <class Pixel>
-__m128 loadFour(Pixel const* pixels, std::int32_t index)
+__m256 kept(__m256 values)
 {
-    return _mm_loadu_ps(&pixels[index].r);
+    if constexpr (std::is_same_v<Pixel, Half4>)
+        return quietFloatsOf(halvesOf(values));
+    return values;
 }
 
+/// Halves round after each product and after the sum.
 template <class Pixel>
-__m128 blended(Pixel const* pixels, EightBlends const& blends, std::size_t i)
+__m256 blend(__m256 near, __m256 far, __m256 nearWeight, __m256 farWeight)
 {
-    __m128 const nearX = _mm_set1_ps(blends.nearX[i]);
-    __m128 const farX = _mm_set1_ps(blends.farX[i]);
-    __m128 const near =
-        blend(loadFour(pixels, blends.index00[i]), loadFour(pixels, blends.index10[i]), nearX, farX);
-    __m128 const far =
-        blend(loadFour(pixels, blends.index01[i]), loadFour(pixels, blends.index11[i]), nearX, farX);
-    return blend(near, far, _mm_set1_ps(blends.nearY[i]), _mm_set1_ps(blends.farY[i]));
+    return kept<Pixel>(_mm256_add_ps(kept<Pixel>(_mm256_mul_ps(nearWeight, near)),
+                                     kept<Pixel>(_mm256_mul_ps(farWeight, far))));
 }
 
-inline void write(Float4 const* pixels, EightBlends const& blends, std::size_t count, Float4* out)
+// Two pixels in a register, four floats each. Of Float3 the fourth is of no account: it is read from the
+// pixel that follows, and written where only the next one will be.
+
+inline __m256 loadTwo(Float4 const* pixels, std::int32_t first, std::int32_t second)
 {
-    for (std::size_t i = 0; i < count; ++i)
-        _mm_storeu_ps(&out[i].r, blended(pixels, blends, i));
+    return _mm256_loadu2_m128(&pixels[second].r, &pixels[first].r);
 }
 
-inline void write(Float3 const* pixels, EightBlends const& blends, std::size_t count, Float3* out)
+inline __m256 loadTwo(Float3 const* pixels, std::int32_t first, std::int32_t second)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        __m128 const pixel = blended(pixels, blends, i);
-        _mm_storel_pi(reinterpret_cast<__m64*>(&out[i].r), pixel);
-        _mm_store_ss(&out[i].b, _mm_movehl_ps(pixel, pixel));
+    return _mm256_loadu2_m128(&pixels[second].r, &pixels[first].r);
+}
+
+inline __m256 loadTwo(Half4 const* pixels, std::int32_t first, std::int32_t second)
+{
+    return quietFloatsOf(
+        _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<__m128i const*>(pixels + first)),
+                           _mm_loadl_epi64(reinterpret_cast<__m128i const*>(pixels + second))));
+}
+
+inline void storeTwo(Float4* out, __m256 two, bool)
+{
+    _mm256_storeu_ps(&out->r, two);
+}
+
+inline void storeTwo(Float3* out, __m256 two, bool last)
+{
+    _mm_storeu_ps(&out[0].r, _mm256_castps256_ps128(two));
+    __m128 const second = _mm256_extractf128_ps(two, 1);
+    if (last) {
+        _mm_storel_pi(reinterpret_cast<__m64*>(&out[1].r), second);
+        _mm_store_ss(&out[1].b, _mm_movehl_ps(second, second));
+    } else {
+        _mm_storeu_ps(&out[1].r, second);
     }
 }
 
-inline void write(float const* pixels, EightBlends const& blends, std::size_t count, float* out)
+inline void storeTwo(Half4* out, __m256 two, bool)
+{
+    // They are halves already.
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_cvtps_ph(two, _MM_FROUND_TO_NEAREST_INT));
+}
+
+/// Writes eight pixels.
+template <class Pixel>
+void writeEight(Pixel const* pixels, EightBlends const& blends, Pixel* out)
+{
+    for (int i = 0; i < 8; i += 2) {
+        auto const at = static_cast<std::size_t>(i);
+        auto const load = [&](std::array<std::int32_t, 8> const& index) {
+            return loadTwo(pixels, index[at], index[at + 1]);
+        };
+        __m256i const lanes = _mm256_set_epi32(i + 1, i + 1, i + 1, i + 1, i, i, i, i);
+        auto const weight = [lanes](__m256 weights) { return _mm256_permutevar8x32_ps(weights, lanes); };
+
+        __m256 const nearX = weight(blends.nearX);
+        __m256 const farX = weight(blends.farX);
+        __m256 const near = blend<Pixel>(load(blends.index00), load(blends.index10), nearX, farX);
+        __m256 const far = blend<Pixel>(load(blends.index01), load(blends.index11), nearX, farX);
+        storeTwo(out + at, blend<Pixel>(near, far, weight(blends.nearY), weight(blends.farY)), i == 6);
+    }
+}
+
+inline void writeEight(float const* pixels, EightBlends const& blends, float* out)
 {
     auto const gather = [pixels](std::array<std::int32_t, 8> const& index) {
         return _mm256_i32gather_ps(pixels, _mm256_load_si256(reinterpret_cast<__m256i const*>(index.data())),
                                    4);
     };
-    auto const blendEight = [](__m256 near, __m256 far, std::array<float, 8> const& nearWeight,
-                               std::array<float, 8> const& farWeight) {
-        return _mm256_add_ps(_mm256_mul_ps(_mm256_load_ps(nearWeight.data()), near),
-                             _mm256_mul_ps(_mm256_load_ps(farWeight.data()), far));
-    };
-    __m256 const near = blendEight(gather(blends.index00), gather(blends.index10), blends.nearX, blends.farX);
-    __m256 const far = blendEight(gather(blends.index01), gather(blends.index11), blends.nearX, blends.farX);
-    alignas(32) std::array<float, 8> samples;
-    _mm256_store_ps(samples.data(), blendEight(near, far, blends.nearY, blends.farY));
-    std::copy_n(samples.data(), count, out);
-}
-
-/// Two pixels side by side, of four halves each.
-inline __m128i pair(Half4 const& first, Half4 const& second)
-{
-    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<__m128i const*>(&first)),
-                              _mm_loadl_epi64(reinterpret_cast<__m128i const*>(&second)));
-}
-
-inline __m256 sideBySide(float first, float second)
-{
-    return _mm256_set_m128(_mm_set1_ps(second), _mm_set1_ps(first));
-}
-
-/// The sum of a pair, each product and the sum not yet rounded.
-inline __m128 blendPair(__m128i halves, __m256 weights)
-{
-    __m256 const products = quietFloatsOf(halvesOf(_mm256_mul_ps(weights, quietFloatsOf(halves))));
-    return _mm_add_ps(_mm256_castps256_ps128(products), _mm256_extractf128_ps(products, 1));
-}
-
-inline void write(Half4 const* pixels, EightBlends const& blends, std::size_t count, Half4* out)
-{
-    for (std::size_t i = 0; i < count; ++i) {
-        __m256 const weightsX = sideBySide(blends.nearX[i], blends.farX[i]);
-        __m128 const near = blendPair(pair(pixels[blends.index00[i]], pixels[blends.index10[i]]), weightsX);
-        __m128 const far = blendPair(pair(pixels[blends.index01[i]], pixels[blends.index11[i]]), weightsX);
-        __m128 const sum =
-            blendPair(halvesOf(_mm256_set_m128(far, near)), sideBySide(blends.nearY[i], blends.farY[i]));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(&out[i]), halvesOf(_mm256_castps128_ps256(sum)));
-    }
+    __m256 const near =
+        blend<float>(gather(blends.index00), gather(blends.index10), blends.nearX, blends.farX);
+    __m256 const far =
+        blend<float>(gather(blends.index01), gather(blends.index11), blends.nearX, blends.farX);
+    _mm256_storeu_ps(out, blend<float>(near, far, blends.nearY, blends.farY));
 }
 
 /// Bilinear samples of an image whose sizes describe its pixels.
@@ -521,14 +527,16 @@ public:
         __m256i const width = _mm256_set1_epi32(image_.width());
         __m256i const nearRow = _mm256_mullo_epi32(y.near, width);
         __m256i const farRow = _mm256_mullo_epi32(y.far, width);
-        std::array const index = {_mm256_add_epi32(nearRow, x.near), _mm256_add_epi32(nearRow, x.far),
-                                  _mm256_add_epi32(farRow, x.near), _mm256_add_epi32(farRow, x.far)};
+        __m256i const index00 = _mm256_add_epi32(nearRow, x.near);
+        __m256i const index10 = _mm256_add_epi32(nearRow, x.far);
+        __m256i const index01 = _mm256_add_epi32(farRow, x.near);
+        __m256i const index11 = _mm256_add_epi32(farRow, x.far);
 
         __m256i readable = _mm256_and_si256(x.inside, y.inside);
         if constexpr (std::is_same_v<Pixel, Float3>) {
             // Nothing follows the last pixel.
             __m256i const largest =
-                _mm256_max_epi32(_mm256_max_epi32(index[0], index[1]), _mm256_max_epi32(index[2], index[3]));
+                _mm256_max_epi32(_mm256_max_epi32(index00, index10), _mm256_max_epi32(index01, index11));
             readable = _mm256_and_si256(
                 readable, _mm256_cmpgt_epi32(_mm256_set1_epi32(image_.pixelCount() - 1), largest));
         }
@@ -540,16 +548,22 @@ public:
 
         // Those beyond count may be anywhere: pixel 0 is there to be read.
         EightBlends blends;
-        keep(blends.index00, _mm256_and_si256(index[0], readable));
-        keep(blends.index10, _mm256_and_si256(index[1], readable));
-        keep(blends.index01, _mm256_and_si256(index[2], readable));
-        keep(blends.index11, _mm256_and_si256(index[3], readable));
+        keep(blends.index00, _mm256_and_si256(index00, readable));
+        keep(blends.index10, _mm256_and_si256(index10, readable));
+        keep(blends.index01, _mm256_and_si256(index01, readable));
+        keep(blends.index11, _mm256_and_si256(index11, readable));
         __m256 const one = _mm256_set1_ps(1);
-        keep(blends.nearX, rowWeight(_mm256_sub_ps(one, x.t)));
-        keep(blends.farX, rowWeight(x.t));
-        keep(blends.nearY, _mm256_sub_ps(one, y.t));
-        keep(blends.farY, y.t);
-        write(image_.pixels(), blends, static_cast<std::size_t>(count), out);
+        blends.nearX = kept<Pixel>(_mm256_sub_ps(one, x.t));
+        blends.farX = kept<Pixel>(x.t);
+        blends.nearY = _mm256_sub_ps(one, y.t);
+        blends.farY = y.t;
+        if (count == 8) {
+            writeEight(image_.pixels(), blends, out);
+        } else {
+            std::array<Pixel, 8> pixels;
+            writeEight(image_.pixels(), blends, pixels.data());
+            std::copy_n(pixels.data(), count, out);
+        }
     }
 
 private:
@@ -557,20 +571,12 @@ private:
     {
         _mm256_store_si256(reinterpret_cast<__m256i*>(array.data()), values);
     }
-    static void keep(std::array<float, 8>& array, __m256 values) { _mm256_store_ps(array.data(), values); }
-
-    static __m256 rowWeight(__m256 weight)
-    {
-        if constexpr (std::is_same_v<Pixel, Half4>)
-            return quietFloatsOf(halvesOf(weight));
-        return weight;
-    }
 
     void sampleEach(Coordinates const& at, int count, Pixel* out) const
     {
         alignas(32) std::array<float, 8> u, v;
-        keep(u, at.u);
-        keep(v, at.v);
+        _mm256_store_ps(u.data(), at.u);
+        _mm256_store_ps(v.data(), at.v);
         for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
             sampleBilinear(image_, u[i], v[i], out[i]);
     }
@@ -580,21 +586,43 @@ private:
 
 // --- all of it ---
 
+// Tiles of the destination: neighbours in both directions look at neighbours in the source, so what a row has
+// fetched is still in the cache for the next ones.
+#ifndef TH
+#define TH 64
+#define TW 128
+#endif
+inline constexpr int tileHeight = TH;
+inline constexpr int remapTileWidth = TW;
+
+/// The columns begin .. end - 1 of one row.
 template <class Rows, class Places, class Pixel>
-void remapRows(Rows rows, Places const& places, TypedImage<Pixel> const& from, TypedImage<Pixel>& to)
+void remapRow(Rows& rows, Places const& places, Sampler<Pixel> const& sampler, int y, int begin, int end,
+              Pixel* row)
+{
+    int done = begin;
+    rows.pieces(y, begin, end, [&](int first, int last) {
+        std::fill(row + done, row + first, Pixel{});
+        for (int x = first; x < last; x += 8)
+            sampler.sample(places.of(rows.at(x)), std::min(last - x, 8), row + x);
+        done = last;
+    });
+    std::fill(row + done, row + end, Pixel{});
+}
+
+template <class Rows, class Places, class Pixel>
+void remapTiles(Rows rows, Places const& places, TypedImage<Pixel> const& from, TypedImage<Pixel>& to)
 {
     Sampler<Pixel> const sampler(from);
-    for (int y = 0; y < to.height(); ++y) {
-        Pixel* const row = to.pixels() + pixelOffset(0, y, to.width());
-        int done = 0;
-        rows.pieces(y, [&](int first, int last) {
-            std::fill(row + done, row + first, Pixel{});
-            for (int x = first; x < last; x += 8)
-                sampler.sample(places.of(rows.at(x)), std::min(last - x, 8), row + x);
-            done = last;
-        });
-        std::fill(row + done, row + to.width(), Pixel{});
-    }
+    int const width = to.width();
+    int const height = to.height();
+    for (int bottom = 0; bottom < height; bottom += std::min(tileHeight, height - bottom))
+        for (int left = 0; left < width; left += std::min(remapTileWidth, width - left)) {
+            int const top = bottom + std::min(tileHeight, height - bottom);
+            for (int y = bottom; y < top; ++y)
+                remapRow(rows, places, sampler, y, left, left + std::min(remapTileWidth, width - left),
+                         to.pixels() + pixelOffset(0, y, width));
+        }
 }
 
 /// Calls visit with the map as the shape that it is; returns false for any other.
@@ -645,7 +673,7 @@ bool remapPixels(EnvironmentMap const& source, TypedImage<Pixel> const& from,
     bool done = false;
     asShape(destination, [&](auto const& toShape) {
         done = asShape(source, [&](auto const& fromShape) {
-            remapRows(rowsOf(toShape, to), placesOf(fromShape), from, to);
+            remapTiles(rowsOf(toShape, to), placesOf(fromShape), from, to);
         });
     });
     return done;
