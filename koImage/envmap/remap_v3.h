@@ -13,11 +13,11 @@
 // pixel.
 #pragma once
 
-#include "koImage/envmap/arcs_v3.h"
 #include "koImage/envmap/bilinear.h"
 #include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/envmap/sphere_map.h"
+#include "koImage/envmap/trigonometry_v3.h"
 #include "koImage/image/half_v3.h"
 
 #if KO_SIMD_V3
@@ -62,24 +62,32 @@ inline __m256 toUnit(__m256 a)
     return _mm256_mul_ps(_mm256_add_ps(a, _mm256_set1_ps(1)), _mm256_set1_ps(0.5f));
 }
 
+using EightFloats = std::array<float, 8>;
+
+inline EightFloats arrayOf(__m256 vector)
+{
+    EightFloats array;
+    _mm256_storeu_ps(array.data(), vector);
+    return array;
+}
+
+inline __m256 vectorOf(EightFloats const& array)
+{
+    return _mm256_loadu_ps(array.data());
+}
+
 /// Calls visit(i) for every i whose bit is set.
 template <class Visit>
 void eachBit(int bits, Visit const& visit)
 {
     for (auto rest = static_cast<unsigned>(bits); rest != 0; rest &= rest - 1)
-        visit(std::countr_zero(rest));
+        visit(static_cast<std::size_t>(std::countr_zero(rest)));
 }
 
 // --- what the destination looks at ---
 
-// Tables are read in eights from any column on: they are this much longer than the row.
+// Tables of columns are read in eights from any column on: they are this much longer than the row.
 inline constexpr std::size_t tableSlack = 8;
-
-template <class T>
-std::vector<T> columnTable(Image const& image)
-{
-    return std::vector<T>(static_cast<std::size_t>(image.width()) + tableSlack);
-}
 
 class LatLongRows {
 public:
@@ -132,20 +140,18 @@ private:
 
 class CrossRows {
 public:
-    CrossRows(CrossMap const& map, Image const& image)
-        : map_(map),
-          image_(image),
-          placesU_(columnTable<float>(image))
+    CrossRows(CrossMap const& map, Image const& image) : map_(map), image_(image)
     {
         float const columns = map.horizontal() ? 4.0f : 3.0f;
         for (int x = 0; x < image.width(); ++x) {
             float const cellU = centreOf(x, image.invWidth()) * columns;
             auto const column = static_cast<std::size_t>(truncateToInt(cellU));
-            placesU_[static_cast<std::size_t>(x)] = cellU - static_cast<float>(column);
+            placesU_.push_back(cellU - static_cast<float>(column));
             // Centres lie in 0 .. 1, and that of the last column may round to 1.
             if (column < maxColumns)
                 cellEnds_[column] = x + 1;
         }
+        placesU_.resize(placesU_.size() + tableSlack);
     }
 
     template <class Visit>
@@ -209,45 +215,81 @@ private:
 
 class SphereRows {
 public:
-    SphereRows(SphereMap const& map, Image const& image) : map_(map), image_(image) {}
+    SphereRows(SphereMap const& map, Image const& image) : map_(map), image_(image)
+    {
+        for (int x = 0; x < image.width(); ++x)
+            x_.push_back(2.0f * centreOf(x, image.invWidth()) - 1.0f);
+        x_.resize(x_.size() + tableSlack);
+    }
 
     template <class Visit>
-    void pieces(int y, int begin, int end, Visit const& visit)
+    void pieces(int row, int begin, int end, Visit const& visit)
     {
-        v_ = centreOf(y, image_.invHeight());
+        v_ = centreOf(row, image_.invHeight());
+        y_ = 2.0f * v_ - 1.0f;
+        auto const isOutside = [this](int column) {
+            float const x = x_[static_cast<std::size_t>(column)];
+            return std::sqrt(x * x + y_ * y_) > 1.0f;
+        };
         // The disc is convex: one piece, found from both ends.
-        while (begin < end && !hasDirection(begin))
+        while (begin < end && isOutside(begin))
             ++begin;
-        while (begin < end && !hasDirection(end - 1))
+        while (begin < end && isOutside(end - 1))
             --end;
         if (begin < end)
             visit(begin, end);
     }
 
-    Directions at(int x) const
+    Directions at(int column) const
     {
-        alignas(32) std::array<std::array<float, 8>, 3> d;
-        for (std::size_t i = 0; i < 8; ++i) {
-            koLinear::VectorFlt dir;
-            map_.coordToDir(centreOf(x + static_cast<int>(i), image_.invWidth()), v_, dir);
-            d[0][i] = dir.x;
-            d[1][i] = dir.y;
-            d[2][i] = dir.z;
-        }
-        return {_mm256_load_ps(d[0].data()), _mm256_load_ps(d[1].data()), _mm256_load_ps(d[2].data())};
+        __m256 const x = _mm256_loadu_ps(&x_[static_cast<std::size_t>(column)]);
+        __m256 const y = _mm256_set1_ps(y_);
+        Rounded const phi =
+            roundedSurely(atan2(lowDoubles(y), lowDoubles(x)), atan2(highDoubles(y), highDoubles(x)));
+        __m256 const r = _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(x, x), _mm256_mul_ps(y, y)));
+        __m256 const theta = _mm256_mul_ps(r, _mm256_set1_ps(3.1415927f));
+
+        // At the centre phi is no number: not sure.
+        SineCosine const lowPhi = sineCosine(lowDoubles(phi.value));
+        SineCosine const highPhi = sineCosine(highDoubles(phi.value));
+        SineCosine const lowTheta = sineCosine(lowDoubles(theta));
+        SineCosine const highTheta = sineCosine(highDoubles(theta));
+        Rounded const dirX = roundedSurely(_mm256_mul_pd(lowPhi.cosine, lowTheta.sine),
+                                           _mm256_mul_pd(highPhi.cosine, highTheta.sine));
+        Rounded const minusDirY = roundedSurely(lowTheta.cosine, highTheta.cosine);
+        Rounded const dirZ = roundedSurely(_mm256_mul_pd(lowPhi.sine, lowTheta.sine),
+                                           _mm256_mul_pd(highPhi.sine, highTheta.sine));
+
+        Directions directions = {dirX.value, negated(minusDirY.value), dirZ.value};
+        int const sure = _mm256_movemask_ps(
+            _mm256_and_ps(_mm256_and_ps(phi.sure, dirX.sure), _mm256_and_ps(minusDirY.sure, dirZ.sure)));
+        if (sure != 0xFF) [[unlikely]]
+            decide(column, ~sure & 0xFF, directions);
+        return directions;
     }
 
 private:
-    bool hasDirection(int column) const
+    /// Puts the map's own answer where a bit of `unsure` is set.
+    void decide(int column, int unsure, Directions& directions) const
     {
-        float const x = 2.0f * centreOf(column, image_.invWidth()) - 1.0f;
-        float const y = 2.0f * v_ - 1.0f;
-        return std::sqrt(x * x + y * y) <= 1.0f;
+        auto x = arrayOf(directions.x);
+        auto y = arrayOf(directions.y);
+        auto z = arrayOf(directions.z);
+        eachBit(unsure, [&](std::size_t i) {
+            koLinear::VectorFlt dir;
+            map_.coordToDir(centreOf(column + static_cast<int>(i), image_.invWidth()), v_, dir);
+            x[i] = dir.x;
+            y[i] = dir.y;
+            z[i] = dir.z;
+        });
+        directions = {vectorOf(x), vectorOf(y), vectorOf(z)};
     }
 
     SphereMap const& map_;
     Image const& image_;
+    std::vector<float> x_;  // 2u - 1 of every column
     float v_ = 0.0f;
+    float y_ = 0.0f;  // 2v - 1
 };
 
 // --- where the source shows it ---
@@ -256,17 +298,13 @@ private:
 inline void decide(EnvironmentMap const& map, Directions const& directions, int unsure,
                    Coordinates& coordinates)
 {
-    alignas(32) std::array<float, 8> x, y, z, u, v;
-    _mm256_store_ps(x.data(), directions.x);
-    _mm256_store_ps(y.data(), directions.y);
-    _mm256_store_ps(z.data(), directions.z);
-    _mm256_store_ps(u.data(), coordinates.u);
-    _mm256_store_ps(v.data(), coordinates.v);
-    eachBit(unsure, [&](int bit) {
-        auto const i = static_cast<std::size_t>(bit);
-        map.dirToCoord({x[i], y[i], z[i]}, u[i], v[i]);
-    });
-    coordinates = {_mm256_load_ps(u.data()), _mm256_load_ps(v.data())};
+    auto const x = arrayOf(directions.x);
+    auto const y = arrayOf(directions.y);
+    auto const z = arrayOf(directions.z);
+    auto u = arrayOf(coordinates.u);
+    auto v = arrayOf(coordinates.v);
+    eachBit(unsure, [&](std::size_t i) { map.dirToCoord({x[i], y[i], z[i]}, u[i], v[i]); });
+    coordinates = {vectorOf(u), vectorOf(v)};
 }
 
 class LatLongPlaces {
@@ -574,9 +612,8 @@ private:
 
     void sampleEach(Coordinates const& at, int count, Pixel* out) const
     {
-        alignas(32) std::array<float, 8> u, v;
-        _mm256_store_ps(u.data(), at.u);
-        _mm256_store_ps(v.data(), at.v);
+        auto const u = arrayOf(at.u);
+        auto const v = arrayOf(at.v);
         for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
             sampleBilinear(image_, u[i], v[i], out[i]);
     }
@@ -588,12 +625,8 @@ private:
 
 // Tiles of the destination: neighbours in both directions look at neighbours in the source, so what a row has
 // fetched is still in the cache for the next ones.
-#ifndef TH
-#define TH 64
-#define TW 128
-#endif
-inline constexpr int tileHeight = TH;
-inline constexpr int remapTileWidth = TW;
+inline constexpr int remapTileWidth = 128;
+inline constexpr int remapTileHeight = 64;
 
 /// The columns begin .. end - 1 of one row.
 template <class Rows, class Places, class Pixel>
@@ -616,9 +649,9 @@ void remapTiles(Rows rows, Places const& places, TypedImage<Pixel> const& from, 
     Sampler<Pixel> const sampler(from);
     int const width = to.width();
     int const height = to.height();
-    for (int bottom = 0; bottom < height; bottom += std::min(tileHeight, height - bottom))
+    for (int bottom = 0; bottom < height; bottom += std::min(remapTileHeight, height - bottom))
         for (int left = 0; left < width; left += std::min(remapTileWidth, width - left)) {
-            int const top = bottom + std::min(tileHeight, height - bottom);
+            int const top = bottom + std::min(remapTileHeight, height - bottom);
             for (int y = bottom; y < top; ++y)
                 remapRow(rows, places, sampler, y, left, left + std::min(remapTileWidth, width - left),
                          to.pixels() + pixelOffset(0, y, width));
