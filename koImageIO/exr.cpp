@@ -534,11 +534,11 @@ koUtil::Error writeExr(Image const& image, WriteOptions const& options, ByteSink
     int const bits = options.bits != 0 ? options.bits : floats ? 32 : 16;
     if (bits != 16 && bits != 32)
         return koUtil::Error(1, "OpenEXR has 16 or 32 bits in a channel, not %d", bits);
-    std::string_view const packing = options.compression.empty() ? "zip" : options.compression;
+    std::string const packing = options.compression.empty() ? "zip" : options.compression;
     auto const compression = std::find_if(std::begin(compressions), std::end(compressions),
                                           [&](Compression const& c) { return c.name == packing; });
     if (compression == std::end(compressions))
-        return koUtil::Error(1, "OpenEXR has no compression \"%s\"", options.compression.c_str());
+        return koUtil::Error(1, "OpenEXR has no compression \"%s\"", packing.c_str());
 
     try {
         Imf::Header header(image.width(), image.height());

@@ -70,8 +70,8 @@ using Metadata = std::vector<std::pair<std::string, std::string>>;
 enum class Transfer { Srgb, None };
 
 struct ReadOptions {
-    std::optional<koImage::PixelTypeId> pixelType;  ///< none: what the file holds
-    std::string layer;                              ///< of an EXR file: "" is its unnamed one
+    std::optional<koImage::PixelTypeId> pixelType = {};  ///< none: what the file holds
+    std::string layer = {};                              ///< of an EXR file: "" is its unnamed one
     Transfer transfer = Transfer::Srgb;
 };
 
@@ -81,7 +81,7 @@ struct Picture {
     PictureFormat format = PictureFormat::Exr;
     Transfer transfer = Transfer::Srgb;  ///< of the file's levels: None where a PNG file says so (gAMA 1)
     Misfits misfits;                     ///< clamped on the way to the pixel type
-    Metadata metadata;
+    Metadata metadata = {};
 };
 
 /// Reads a picture file; "-" is standard input.
@@ -102,12 +102,12 @@ struct Picture {
                                                          koUtil::Progress* progress = nullptr);
 
 struct WriteOptions {
-    std::optional<PictureFormat> format;  ///< none: by the extension; standard output needs one
+    std::optional<PictureFormat> format = {};  ///< none: by the extension; standard output needs one
     int bits = 0;  ///< of a channel: 8 or 16 for PNG and PPM, 16 or 32 for EXR; 0: as the pixels
     Transfer transfer = Transfer::Srgb;
-    std::string compression;  ///< of EXR: "none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a",
-                              ///< "dwaa", "dwab"; "": zip
-    Metadata metadata;        ///< written into EXR, PNG and HDR; beside the program and its version
+    std::string compression = {};  ///< of EXR: "none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a",
+                                   ///< "dwaa", "dwab"; "": zip
+    Metadata metadata = {};        ///< written into EXR, PNG and HDR; beside the program and its version
 };
 
 /// Writes an image as a picture file; "-" is standard output.
