@@ -2,7 +2,7 @@
 #
 # One folder of a library. Files of one concept share a stem:
 #
-#   <concept>.h           public header, installed
+#   <concept>.h           public header, installed; none where the concept stands behind the header of another
 #   <concept>.cpp         source, where the concept is more than its header
 #   <concept>_test.cpp    tests, in the binary <label>_test, labelled <label> in CTest; must be there
 #   <concept>_bench.cpp   micro-benchmarks, in the binary <label>_bench
@@ -11,7 +11,9 @@ function(ko_add_folder library label)
     get_target_property(targets ${library} KO_TARGETS)
 
     foreach(concept IN LISTS ARGN)
-        target_sources(${library} PUBLIC FILE_SET HEADERS FILES ${folder}/${concept}.h)
+        if(EXISTS ${folder}/${concept}.h)
+            target_sources(${library} PUBLIC FILE_SET HEADERS FILES ${folder}/${concept}.h)
+        endif()
         if(EXISTS ${folder}/${concept}.cpp)
             foreach(target IN LISTS targets)
                 target_sources(${target} PRIVATE ${folder}/${concept}.cpp)

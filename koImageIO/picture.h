@@ -1,29 +1,26 @@
 // Picture files to and from images.
 //
-//   format          read                                            written extension OpenEXR scanlines and
-//   tiles, half and float             half, float                      .exr Radiance HDR    RGBE and XYZE,
-//   every orientation                RGBE                             .hdr .pic PNG             8 and 16
-//   bits, grey to RGBA, palette            8 and 16 bits                    .png PFM             grey and
-//   colour, both byte orders               grey and colour                  .pfm PPM, PGM        8 and 16
-//   bits, binary and plain                 8 and 16 bits, binary            .ppm .pgm
+//   format          read                                            written                    extension
+//   OpenEXR         scanlines and tiles, half and float             half, float                .exr
+//   Radiance HDR    RGBE and XYZE, every orientation                RGBE                       .hdr .pic
+//   PNG             8 and 16 bits, grey to RGBA, palette            8 and 16 bits              .png
+//   PFM             grey and colour, both byte orders               grey and colour            .pfm
+//   PPM, PGM        8 and 16 bits, binary and plain                 8 and 16 bits, binary      .ppm .pgm
 //
 // A file is recognised by its first bytes when it is read, by the extension of its name when it is written.
 //
 //   rows     row 0 of an image is the bottom of the picture; files begin with the top. Reading and writing
-//   turn
-//            the rows over, and nothing else in koImage ever does.
+//            turn the rows over, and nothing else in koImage ever does.
 //   light    images of floats and halves hold linear light, images of bytes hold what the file stores. So
-//   PNG,
-//            PPM and PGM pixels are read as bytes unchanged, and go through the sRGB curve when floats are
-//            made of them; floats are written through the curve. Transfer::None leaves the curve out. Alpha
-//            is never curved, and never multiplied or divided into the colours.
+//            PNG, PPM and PGM pixels are read as bytes unchanged, and go through the sRGB curve when floats
+//            are made of them; floats are written through the curve. Transfer::None leaves the curve out.
+//            Alpha is never curved, and never multiplied or divided into the colours.
 //   types    the file decides, or the caller asks. Conversions that imageConvert defines are made by it (so
-//   Float3
-//            to Float4 gives alpha 0); others clamp to what the type holds, and every clamped value is
-//            counted.
+//            Float3 to Float4 gives alpha 0); others clamp to what the type holds, and every clamped value
+//            is counted.
 //   failure  an error tells the file, the byte and the reason; nothing is made then. No file, however
-//   damaged, makes a
-//            reader crash, read outside its bytes, or allocate more than such a file can hold.
+//            damaged, makes a reader crash, read outside its bytes, or allocate more than such a file can
+//            hold.
 //   writing  a file appears whole under its name or not at all; one that stood there before stays until then.
 #pragma once
 
@@ -54,6 +51,15 @@ struct Misfits {
     std::int64_t nan = 0;       ///< not a number: became 0
 
     bool any() const { return overflow + negative + nan > 0; }
+
+    Misfits& operator+=(Misfits const& other)
+    {
+        overflow += other.overflow;
+        negative += other.negative;
+        nan += other.nan;
+        return *this;
+    }
+
     friend bool operator==(Misfits const&, Misfits const&) = default;
 };
 
@@ -73,7 +79,8 @@ struct ReadOptions {
 struct Picture {
     ko::Reference<koImage::Image> image;
     PictureFormat format = PictureFormat::Exr;
-    Misfits misfits;  ///< clamped on the way to the pixel type
+    Transfer transfer = Transfer::Srgb;  ///< of the file's levels: None where a PNG file says so (gAMA 1)
+    Misfits misfits;                     ///< clamped on the way to the pixel type
     Metadata metadata;
 };
 
