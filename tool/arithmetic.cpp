@@ -40,8 +40,8 @@ void run(Arithmetic& arithmetic, Operation operate)
     auto const bType = b.image->pixelType();
     if (aType != bType) {
         if (hasAlpha(aType) || hasAlpha(bType))
-            arithmetic.files.remark("alpha is left out: " + arithmetic.first + " is " + typeName(aType) + ", " +
-                                    arithmetic.second + " is " + typeName(bType));
+            arithmetic.files.remark("alpha is left out: " + arithmetic.first + " is " + typeName(aType) +
+                                    ", " + arithmetic.second + " is " + typeName(bType));
         if (aType != PixelTypeId::Float3)
             a = arithmetic.files.readAs(arithmetic.first, PixelTypeId::Float3);
         if (bType != PixelTypeId::Float3)

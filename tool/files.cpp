@@ -94,8 +94,7 @@ void Files::addOutput(CLI::App& command)
     command
         .add_option("--compression", compression_,
                     "Of EXR: none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa, dwab")
-        ->check(CLI::IsMember(
-            {"none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"}));
+        ->check(CLI::IsMember({"none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"}));
     addRaw(command);
     addQuiet(command);
     command.add_flag("--json", json_, "Tell on standard output what was written, as JSON");
@@ -137,8 +136,6 @@ Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
                       " cannot be worked on so; --type chooses others");
 
     tellMisfits(shown(file, "standard input"), picture.misfits);
-    // The writer names the program itself.
-    picture.metadata = without(std::move(picture.metadata), "software");
     return picture;
 }
 
@@ -158,7 +155,10 @@ void Files::write(koImage::Image const& image, koImageIO::Metadata const& metada
     options.bits = bits_;
     options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
     options.compression = compression_;
+    // What speaks of the file that was read is not true of the one that is written.
     options.metadata = metadata;
+    for (char const* const name : {"software", "exposure", "colorcorr", "scale"})
+        options.metadata = without(std::move(options.metadata), name);
 
     Misfits misfits;
     koUtil::Error const error = koImageIO::writePicture(output_, image, misfits, options, progress);

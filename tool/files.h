@@ -1,7 +1,7 @@
 // The picture files of one run: read and written as the options say, and the user told what became of them.
 //
-// "-" is standard input or output. Errors name the file; values that had to be clamped are counted and said on
-// standard error, unless --quiet.
+// "-" is standard input or output. Errors name the file; values that had to be clamped are counted and said
+// on standard error, unless --quiet.
 #pragma once
 
 #include "koImageIO/picture.h"

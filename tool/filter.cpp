@@ -12,8 +12,8 @@ using namespace koImage;
 
 namespace {
 
-/// imageBlur leaves out Float4: its colours go through as Float3, its alpha as float, which is the same as each
-/// channel is filtered by itself.
+/// imageBlur leaves out Float4: its colours go through as Float3, its alpha as float, which is the same as
+/// each channel is filtered by itself.
 void blurColourAndAlpha(TypedImage<Float4> const& image, TypedImage<Float4>& result, int diameter, Wrap wrap)
 {
     ko::Reference<TypedImage<Float3>> const colours(new TypedImage<Float3>);

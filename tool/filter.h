@@ -20,8 +20,8 @@ void addWrap(CLI::App& command, Wrap& wrap);
 /// Whether `blurred` takes a pixel type: BlurPixels, and Float4.
 bool blurTakes(koImage::PixelTypeId type);
 
-/// A blurred copy, with the kernel of imageBlur. The four channels of Float4 are filtered like those of the other
-/// types, alpha too.
+/// A blurred copy, with the kernel of imageBlur. The four channels of Float4 are filtered like those of the
+/// other types, alpha too.
 ko::Reference<koImage::Image> blurred(koImage::Image const& image, int diameter, Wrap wrap);
 
 }  // namespace koTool

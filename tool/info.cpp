@@ -55,10 +55,22 @@ void addPixel(Statistics& statistics, std::initializer_list<Channel> channels)
         statistics[i++].add(static_cast<double>(static_cast<float>(channel)));
 }
 
-void addPixel(Statistics& statistics, unsigned char p) { addPixel(statistics, {p}); }
-void addPixel(Statistics& statistics, float p) { addPixel(statistics, {p}); }
-void addPixel(Statistics& statistics, Byte4 const& p) { addPixel(statistics, {p.r, p.g, p.b, p.a}); }
-void addPixel(Statistics& statistics, Float3 const& p) { addPixel(statistics, {p.r, p.g, p.b}); }
+void addPixel(Statistics& statistics, unsigned char p)
+{
+    addPixel(statistics, {p});
+}
+void addPixel(Statistics& statistics, float p)
+{
+    addPixel(statistics, {p});
+}
+void addPixel(Statistics& statistics, Byte4 const& p)
+{
+    addPixel(statistics, {p.r, p.g, p.b, p.a});
+}
+void addPixel(Statistics& statistics, Float3 const& p)
+{
+    addPixel(statistics, {p.r, p.g, p.b});
+}
 template <class T>
 void addPixel(Statistics& statistics, FloatPixel4<T> const& p)
 {
@@ -122,7 +134,7 @@ nlohmann::ordered_json describe(std::string const& file, koImageIO::Picture cons
 
 void printLine(std::string const& name, std::string const& text)
 {
-    std::cout << "  " << printable(name) << std::string(name.size() < 12 ? 12 - name.size() : 1, ' ')
+    std::cout << "  " << printable(name) << std::string(name.size() < 14 ? 14 - name.size() : 1, ' ')
               << printable(text) << '\n';
 }
 
@@ -142,16 +154,18 @@ void printText(nlohmann::ordered_json const& info)
 {
     std::cout << printable(info["file"]) << '\n';
     printLine("format", info["format"]);
-    printLine("size", std::to_string(info["width"].get<int>()) + " x " +
-                          std::to_string(info["height"].get<int>()));
+    printLine("size",
+              std::to_string(info["width"].get<int>()) + " x " + std::to_string(info["height"].get<int>()));
     printLine("type", info["type"]);
     printLine("shape", info["shape"].is_null() ? "none" : info["shape"].get<std::string>());
     for (char const* const name : {"min", "max", "mean"})
         printLine(name, channelText(info[name]));
     for (char const* const name : {"nan", "infinite", "negative"})
         printLine(name, std::to_string(info[name].get<std::int64_t>()));
+    if (!info["metadata"].empty())
+        std::cout << "  the file says\n";
     for (auto const& [name, text] : info["metadata"].items())
-        printLine(name, text);
+        printLine("  " + name, text);
 }
 
 struct Info {

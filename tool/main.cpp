@@ -22,13 +22,13 @@ namespace {
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
-constexpr Verb const* verbs[] = {&infoVerb,  &convertVerb, &resizeVerb, &blurVerb, &flipVerb, &remapVerb,
-                                 &faceVerb,  &addVerb,     &subVerb,    &multVerb, &divVerb,  &probeVerb};
+constexpr Verb const* verbs[] = {&infoVerb, &convertVerb, &resizeVerb, &blurVerb, &flipVerb, &remapVerb,
+                                 &faceVerb, &addVerb,     &subVerb,    &multVerb, &divVerb,  &probeVerb};
 
 void addVerbs(CLI::App& command)
 {
     for (Verb const* const verb : verbs) {
-        CLI::App& added = *command.add_subcommand(verb->name, verb->summary);
+        CLI::App& added = *command.add_subcommand(verb->name, verb->summary)->group("Verbs");
         std::string footer = "Examples:";
         std::istringstream examples(verb->examples);
         for (std::string line; std::getline(examples, line);)
@@ -70,9 +70,8 @@ std::string usageMessage(CLI::App const& command, CLI::ParseError const& error)
     CLI::App const& verb = chosen(command);
     auto const unknown = command.remaining(true);
     if (unknown.empty())
-        return &verb == &command && dynamic_cast<CLI::RequiredError const*>(&error) != nullptr
-                   ? "which verb?"
-                   : error.what();
+        return &verb == &command && dynamic_cast<CLI::RequiredError const*>(&error) != nullptr ? "which verb?"
+                                                                                               : error.what();
 
     std::string const typed = unknown.front().substr(0, unknown.front().find('='));
     bool const isOption = typed.size() > 1 && typed[0] == '-';
@@ -91,10 +90,12 @@ int fail(std::string const& message)
 
 int run(int argc, char** argv)
 {
-    CLI::App command("Pictures of high dynamic range: looks at them, converts them, turns environment maps into\n"
-                     "one another. FILE may be - for standard input or output. koimage VERB --help tells more.",
-                     "koimage");
+    CLI::App command(
+        "Pictures of high dynamic range: looks at them, converts them, turns environment maps into\n"
+        "one another. FILE may be - for standard input or output. koimage VERB --help tells more.",
+        "koimage");
     command.set_version_flag("--version", std::string("koimage ") + KOIMAGE_VERSION);
+    command.get_formatter()->label("SUBCOMMAND", "VERB");
     addVerbs(command);
 
     try {

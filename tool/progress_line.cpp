@@ -78,7 +78,7 @@ void ProgressLine::draw()
         return;
     std::string line = "\r\033[Kkoimage: " + step_;
     if (fraction_ > 0.0)
-        line += " " + std::to_string(static_cast<int>(fraction_ * 100.0)) + " %";
+        line.append(" ").append(std::to_string(static_cast<int>(fraction_ * 100.0))).append(" %");
     writeToTerminal(line);
     shown_ = true;
 }

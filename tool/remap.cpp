@@ -35,8 +35,9 @@ void add(CLI::App& command)
 {
     auto const remap = std::make_shared<Remap>();
     command
-        .add_option("IN", remap->input,
-                    "The environment map to read, - for standard input; its shape is known by its proportions")
+        .add_option(
+            "IN", remap->input,
+            "The environment map to read, - for standard input; its shape is known by its proportions")
         ->required();
     remap->files.addInput(command);
     remap->files.addOutput(command);

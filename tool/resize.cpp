@@ -62,7 +62,8 @@ void checkSize(std::vector<std::string> const& size)
         checkPixelCount("SIZE", *wholeNumber(size[0]), *wholeNumber(size[1]));
         return;
     }
-    throw CLI::ValidationError("SIZE", "takes a width and a height, as in 512 256, or a percentage, as in 50%");
+    throw CLI::ValidationError("SIZE",
+                               "takes a width and a height, as in 512 256, or a percentage, as in 50%");
 }
 
 Size sizeFor(Image const& image, std::vector<std::string> const& size)
@@ -88,8 +89,8 @@ void run(Resize& resize)
     auto image = picture.image;
     auto const [width, height] = sizeFor(*image, resize.size);
 
-    int const diameter = resize.blur == "auto" ? suggestFilterDiamater(*image, width, height)
-                                               : *wholeNumber(resize.blur);
+    int const diameter =
+        resize.blur == "auto" ? suggestFilterDiamater(*image, width, height) : *wholeNumber(resize.blur);
     if (diameter > 0) {
         resize.files.work("blurring");
         image = blurred(*image, diameter, resize.wrap);

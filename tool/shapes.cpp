@@ -1,8 +1,7 @@
 #include "tool/shapes.h"
 
 #include "koImage/envmap/cross_map.h"
-#include "koImage/envmap/latlong_map.h"
-#include "koImage/envmap/new_environment_map.h"
+#include "koImage/envmap/lat_long_map.h"
 #include "koImage/envmap/sphere_map.h"
 #include "koImage/image/factory.h"
 #include "tool/files.h"
@@ -25,9 +24,12 @@ Size sizeOf(MapChoice const& choice)
 {
     double const size = choice.size;
     switch (choice.shape) {
-    case EnvironmentMapType::Sphere: return {size, size};
-    case EnvironmentMapType::LatLong: return {size, size / 2};
-    case EnvironmentMapType::Cross: break;
+    case EnvironmentMapType::Sphere:
+        return {size, size};
+    case EnvironmentMapType::LatLong:
+        return {size, size / 2};
+    case EnvironmentMapType::Cross:
+        break;
     }
     return choice.horizontal ? Size{4 * size, 3 * size} : Size{3 * size, 4 * size};
 }
@@ -56,7 +58,7 @@ void checkMapChoice(MapChoice const& choice)
     if (choice.horizontal && choice.shape != EnvironmentMapType::Cross)
         throw CLI::ValidationError("--horizontal", "goes with --shape cross");
     if (choice.shape == EnvironmentMapType::LatLong && choice.size % 2 != 0)
-        throw CLI::ValidationError("--size", "of a latlong map is even: it is twice as wide as high");
+        throw CLI::ValidationError("--size", "is even for latlong, which is twice as wide as high");
     auto const [width, height] = sizeOf(choice);
     checkPixelCount("--size", width, height);
 }
@@ -71,9 +73,15 @@ MapReference makeMap(MapChoice const& choice, PixelTypeId type)
 
     MapReference map;
     switch (choice.shape) {
-    case EnvironmentMapType::Sphere: map = new SphereMap(width); break;
-    case EnvironmentMapType::LatLong: map = new LatLongMap(width, height); break;
-    case EnvironmentMapType::Cross: map = new CrossMap(choice.size, choice.horizontal); break;
+    case EnvironmentMapType::Sphere:
+        map = new SphereMap(width);
+        break;
+    case EnvironmentMapType::LatLong:
+        map = new LatLongMap(width, height);
+        break;
+    case EnvironmentMapType::Cross:
+        map = new CrossMap(choice.size, choice.horizontal);
+        break;
     }
     map->setImage(image.get());
     return map;
@@ -104,9 +112,12 @@ MapReference requireMap(Image& image, std::string const& file)
 char const* shapeName(EnvironmentMap const& map)
 {
     switch (map.mapType()) {
-    case EnvironmentMapType::Sphere: return "sphere";
-    case EnvironmentMapType::LatLong: return "latlong";
-    case EnvironmentMapType::Cross: break;
+    case EnvironmentMapType::Sphere:
+        return "sphere";
+    case EnvironmentMapType::LatLong:
+        return "latlong";
+    case EnvironmentMapType::Cross:
+        break;
     }
     return static_cast<CrossMap const&>(map).horizontal() ? "horizontal cross" : "cross";
 }

@@ -11,7 +11,7 @@ namespace koTool {
 struct Verb {
     char const* name;
     char const* summary;
-    char const* examples;           ///< whole lines, as they are typed
+    char const* examples;            ///< whole lines, as they are typed
     void (*add)(CLI::App& command);  ///< gives the verb its options and its work
 };
 

@@ -115,7 +115,8 @@ void drawLabelledProbe(EnvironmentMap& map)
 
             float const u = (static_cast<float>(x) + 0.5f) * image->invWidth();
             VectorFlt direction;
-            pixels[at] = map.coordToDir(u, v, direction) ? labelledProbe(direction) : Float3{0.0f, 0.0f, 0.0f};
+            pixels[at] =
+                map.coordToDir(u, v, direction) ? labelledProbe(direction) : Float3{0.0f, 0.0f, 0.0f};
         }
     }
 }

@@ -1,8 +1,8 @@
 // A light probe that says which way it is turned: the world that every orientation is checked against.
 //
-// The six faces of a cube around the viewer, each in a colour of its own with the name of its axis on it, black
-// and underlined, and one sun. Names read upright to a viewer who looks along the axis with +z up; at the zenith
-// and the nadir, up is what follows from the face -y: +y at +z, -y at -z.
+// The six faces of a cube around the viewer, each in a colour of its own with the name of its axis on it,
+// black and underlined, and one sun. Names read upright to a viewer who looks along the axis with +z up; at
+// the zenith and the nadir, up is what follows from the face -y: +y at +z, -y at -z.
 //
 //             +--------+
 //             |   +z   |     z up
