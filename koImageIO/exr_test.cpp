@@ -1,0 +1,3 @@
+#include "koImageIO/picture.h"
+
+#include <gtest/gtest.h>
