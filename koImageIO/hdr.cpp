@@ -400,8 +400,8 @@ void fromLight(std::span<Float3 const> light, Planes& planes, Misfits& misfits)
         float const blue = fitted(light[x].b, misfits);
 
         // The exponent of the largest channel brings it to 128 .. 255. As doubles, even the smallest floats
-        // have their exponent in these bits.
-        double const most = std::max({red, green, blue});
+        // have their exponent in these bits, below a sign that -0 may have.
+        double const most = std::abs(std::max({red, green, blue}));
         int const exponent = static_cast<int>(std::bit_cast<std::uint64_t>(most) >> 52) - 1023 + 129;
         if (exponent < 1) {
             r[x] = g[x] = b[x] = e[x] = 0;
@@ -475,7 +475,7 @@ std::string headerLine(std::string_view name, std::string_view value)
 
 std::string headerText(Image const& image, Metadata const& metadata)
 {
-    std::string text = "#?RADIANCE\n";
+    std::string text = "#?RADIANCE\n" + headerLine("software", programName());
     for (auto const& [name, value] : metadata)
         text += headerLine(name, value);
     return text + "FORMAT=32-bit_rle_rgbe\n\n-Y " + std::to_string(image.height()) + " +X " +

@@ -23,7 +23,7 @@ namespace {
 using BytePixels = koImage::PixelList<unsigned char, koImage::Byte4>;
 
 // In the order in which files are tried.
-constexpr Codec const* codecs[] = {&exrCodec, &pngCodec};
+constexpr Codec const* codecs[] = {&exrCodec, &pngCodec, &hdrCodec, &pfmCodec, &pnmCodec};
 
 koUtil::Error failure(std::string const& name, std::string const& reason)
 {

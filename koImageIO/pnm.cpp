@@ -5,8 +5,10 @@
 //             full range and rounded to nearest where it is not 255 or 65535. One above the largest level
 //             becomes that, and counts as an overflow.
 //   comments  from # to the end of the line, wherever white space may be, but not between binary levels
-//   written   P5 for Byte and Float images, P6 for all others, of 8 bits unless 16 are asked for. Alpha is
-//             left out. The name of the file changes none of it: .ppm and .pgm are taken for either.
+//   written   P5 for Byte and Float images, P6 for all others; of 8 bits for bytes, 16 for floats, unless
+//   asked
+//             otherwise. Alpha is left out. The name of the file changes none of it: programs tell by the
+//             content.
 
 #include "koImageIO/codec.h"
 #include "koImageIO/file_cursor.h"
@@ -180,9 +182,11 @@ Error read(std::span<std::byte const> bytes, std::string const& name, ReadOption
 Error write(Image const& image, WriteOptions const& options, ByteSink& sink, Misfits& misfits,
             koUtil::Progress* progress)
 {
-    if (options.bits != 0 && options.bits != 8 && options.bits != 16)
-        return Error(1, "PPM and PGM have 8 or 16 bits, not %d", options.bits);
-    bool const words = options.bits == 16;
+    bool const bytes = image.pixelType() == PixelTypeId::Byte || image.pixelType() == PixelTypeId::Byte4;
+    int const bits = options.bits != 0 ? options.bits : bytes ? 8 : 16;
+    if (bits != 8 && bits != 16)
+        return Error(1, "PPM and PGM have 8 or 16 bits in a channel, not %d", bits);
+    bool const words = bits == 16;
     int const channels = koImage::channelCount(image.pixelType()) > 1 ? 3 : 1;
     std::string const header = std::string(channels == 3 ? "P6\n" : "P5\n") + std::to_string(image.width()) +
                                ' ' + std::to_string(image.height()) + (words ? "\n65535\n" : "\n255\n");

@@ -16,7 +16,9 @@
 #include <initializer_list>
 #include <iterator>
 #include <span>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace koImageIO::testing {
 
@@ -31,6 +33,21 @@ inline std::string textOf(std::initializer_list<int> bytes)
     for (int const byte : bytes)
         text += static_cast<char>(byte);
     return text;
+}
+
+inline ReadOptions reading(Transfer transfer)
+{
+    ReadOptions options;
+    options.transfer = transfer;
+    return options;
+}
+
+inline WriteOptions writing(int bits, Transfer transfer = Transfer::Srgb)
+{
+    WriteOptions options;
+    options.bits = bits;
+    options.transfer = transfer;
+    return options;
 }
 
 /// Reads a file that is whole.

@@ -1,0 +1,11 @@
+// PPM and PGM of any bytes.
+
+#include "picture_fuzz.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    std::span const input(data, size);
+    if (begins(input, "P") && !begins(input, "PF") && !begins(input, "Pf"))
+        fuzzPicture(input, size);
+    return 0;
+}
