@@ -6,11 +6,11 @@
 namespace koTool::testing {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using koImage::Float3;
 using koImage::Float4;
 using koImage::PixelTypeId;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 struct Arithmetic : ::testing::Test {
     Folder folder;
@@ -26,8 +26,8 @@ struct Arithmetic : ::testing::Test {
         auto const outcome = koimage({verb, folder / "a.pfm", folder / "b.pfm", folder / "c.pfm"});
         EXPECT_EQ(0, outcome.exitCode) << outcome.err;
         EXPECT_THAT(outcome.err, IsEmpty());
-        auto const pixels = koImage::pixelsOf<Float3>(*colours(folder / "c.pfm"));
-        return {pixels.begin(), pixels.end()};
+        auto const image = colours(folder / "c.pfm");
+        return {image->pixels(), image->pixels() + image->arrayLength()};
     }
 };
 
@@ -49,11 +49,13 @@ TEST_F(Arithmetic, WorksOnTheLightOfBytes)
 
     // Two pictures of bytes: light is halved, not the levels.
     writeFile(folder / "two.pfm", pfm(2, 1, {2, 2, 2, 2, 2, 2}));
-    EXPECT_EQ(0, koimage({"div", folder / "white.ppm", folder / "two.pfm", folder / "half.ppm", "--bits", "8"})
-                     .exitCode);
+    EXPECT_EQ(0,
+              koimage({"div", folder / "white.ppm", folder / "two.pfm", folder / "half.ppm", "--bits", "8"})
+                  .exitCode);
     EXPECT_EQ(188, ppmChannels(readFile(folder / "half.ppm"))[0]);
-    EXPECT_EQ(0, koimage({"sub", folder / "white.ppm", folder / "white.ppm", folder / "none.ppm", "--bits", "8"})
-                     .exitCode);
+    EXPECT_EQ(0,
+              koimage({"sub", folder / "white.ppm", folder / "white.ppm", folder / "none.ppm", "--bits", "8"})
+                  .exitCode);
     EXPECT_EQ(std::vector<int>(6, 0), ppmChannels(readFile(folder / "none.ppm")));
 }
 
@@ -104,7 +106,8 @@ TEST_F(Arithmetic, TellsSizesThatDiffer)
     writeFile(folder / "b.pfm", pfm(1, 1, {1, 2, 3}));
     auto const outcome = koimage({"add", folder / "a.pfm", folder / "b.pfm", folder / "c.pfm"});
     EXPECT_EQ(1, outcome.exitCode);
-    EXPECT_EQ("koimage: " + folder / "b.pfm" + ": is 1 x 1, but " + folder / "a.pfm" + " is 2 x 1\n", outcome.err);
+    EXPECT_EQ("koimage: " + folder / "b.pfm" + ": is 1 x 1, but " + folder / "a.pfm" + " is 2 x 1\n",
+              outcome.err);
 }
 
 TEST_F(Arithmetic, TellsATypeThatCannotBeCalculatedWith)

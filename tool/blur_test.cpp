@@ -8,11 +8,11 @@
 namespace koTool::testing {
 namespace {
 
-using ::testing::StartsWith;
 using koImage::Float3;
 using koImage::Float4;
 using koImage::testing::imageOf;
 using koImage::testing::samePixels;
+using ::testing::StartsWith;
 
 /// The same noise at every run, in a file that holds it to the bit.
 std::string noise(Folder const& folder, int width, int height)
@@ -33,8 +33,8 @@ TEST(Blur, MakesThePictureThatTheLibraryMakes)
         bool x;
         bool y;
     };
-    for (Case const& c : {Case{"", false, false}, Case{"x", true, false}, Case{"y", false, true},
-                          Case{"xy", true, true}}) {
+    for (Case const& c :
+         {Case{"", false, false}, Case{"x", true, false}, Case{"y", false, true}, Case{"xy", true, true}}) {
         std::vector<std::string> arguments = {"blur", source, folder / "b.pfm", "7"};
         if (c.wrap[0] != '\0')
             arguments.insert(arguments.end(), {"--wrap", c.wrap});

@@ -10,13 +10,13 @@
 namespace koTool::testing {
 namespace {
 
+using koImage::PixelTypeId;
+using koImageIO::PictureFormat;
+using nlohmann::json;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-using koImage::PixelTypeId;
-using koImageIO::PictureFormat;
-using nlohmann::json;
 
 std::vector<int> const sixPixels = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30, 40, 50, 60, 70, 80, 90};
 
@@ -97,8 +97,9 @@ TEST(Convert, WritesTheBitsThatAreAskedFor)
     EXPECT_EQ(8, readFile(folder / "b.png")[24]);
 
     for (auto const& [bits, type] : {std::pair{"16", PixelTypeId::Half4}, {"32", PixelTypeId::Float3}}) {
-        EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "b.exr", "--type", "Float3", "--bits", bits})
-                         .exitCode);
+        EXPECT_EQ(0,
+                  koimage({"convert", folder / "a.ppm", folder / "b.exr", "--type", "Float3", "--bits", bits})
+                      .exitCode);
         EXPECT_EQ(type, picture(folder / "b.exr").image->pixelType());
     }
 }
@@ -107,7 +108,8 @@ TEST(Convert, CompressesExrAsAsked)
 {
     Folder const folder;
     writeFile(folder / "a.ppm", ppm(64, 64, std::vector<int>(64 * 64 * 3, 77)));
-    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "none.exr", "--compression", "none"}).exitCode);
+    EXPECT_EQ(0,
+              koimage({"convert", folder / "a.ppm", folder / "none.exr", "--compression", "none"}).exitCode);
     EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "piz.exr", "--compression", "piz"}).exitCode);
     EXPECT_LT(2 * readFile(folder / "piz.exr").size(), readFile(folder / "none.exr").size());
     EXPECT_EQ(info(folder / "none.exr")["mean"], info(folder / "piz.exr")["mean"]);
@@ -124,7 +126,8 @@ TEST(Convert, GoesThroughTheCurveUnlessItIsRaw)
     EXPECT_EQ(0, koimage({"convert", folder / "b.pfm", folder / "b.ppm", "--bits", "8"}).exitCode);
     EXPECT_THAT(ppmChannels(readFile(folder / "b.ppm")), ElementsAre(0, 128, 255));
 
-    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "c.pfm", "--type", "Float3", "--raw"}).exitCode);
+    EXPECT_EQ(0,
+              koimage({"convert", folder / "a.ppm", folder / "c.pfm", "--type", "Float3", "--raw"}).exitCode);
     EXPECT_FLOAT_EQ(128.0f / 255.0f, colours(folder / "c.pfm")->pixels()[0].g);
     EXPECT_EQ(0, koimage({"convert", folder / "c.pfm", folder / "c.ppm", "--bits", "8", "--raw"}).exitCode);
     EXPECT_THAT(ppmChannels(readFile(folder / "c.ppm")), ElementsAre(0, 128, 255));
@@ -137,8 +140,7 @@ TEST(Convert, SaysWhatItHadToClamp)
     writeFile(folder / "a.pfm", pfm(2, 1, {2, -1, nan, 0.5f, 3, 4}));
     auto outcome = koimage({"convert", folder / "a.pfm", folder / "b.png"});
     EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_EQ("koimage: " + folder / "b.png" +
-                  ": values clamped: 3 too large, 1 too small, 1 not a number\n",
+    EXPECT_EQ("koimage: " + folder / "b.png" + ": values clamped: 3 too large, 1 too small, 1 not a number\n",
               outcome.err);
     EXPECT_THAT(outcome.out, IsEmpty());
 
@@ -176,8 +178,8 @@ TEST(Convert, WorksInAPipe)
 {
     Folder const folder;
     writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
-    auto const outcome = shell("koimage convert '" + folder / "a.ppm" +
-                               "' - --format png | koimage convert - - --format pnm");
+    auto const outcome =
+        shell("koimage convert '" + folder / "a.ppm" + "' - --format png | koimage convert - - --format pnm");
     EXPECT_EQ(0, outcome.exitCode) << outcome.err;
     EXPECT_EQ(sixPixels, ppmChannels(outcome.out));
 }

@@ -6,9 +6,9 @@
 namespace koTool::testing {
 namespace {
 
+using koImage::testing::samePixels;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using koImage::testing::samePixels;
 
 /// A cross whose cells of 2 x 2 pixels count 10, 20, ... 120 from the upper left, and their pixels 1 to 4.
 std::string numberedCross(int columns, int rows)
@@ -111,8 +111,8 @@ TEST(Face, TellsTheFaceThatDoesNotFit)
     Folder const folder;
     writeFile(folder / "cross.ppm", numberedCross(3, 4));
     writeFile(folder / "face.ppm", ppm(1, 1, {1, 2, 3}));
-    auto const outcome =
-        koimage({"face", folder / "cross.ppm", folder / "b.ppm", "--face", "+x", "--paste", folder / "face.ppm"});
+    auto const outcome = koimage(
+        {"face", folder / "cross.ppm", folder / "b.ppm", "--face", "+x", "--paste", folder / "face.ppm"});
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_EQ("koimage: " + folder / "face.ppm" + ": is 1 x 1; faces of " + folder / "cross.ppm" +
                   " are 2 x 2\n",

@@ -82,17 +82,19 @@ std::string usageMessage(CLI::App const& command, CLI::ParseError const& error)
            (nearest.empty() ? "" : "; did you mean " + nearest + "?");
 }
 
-int fail(std::string const& message)
-{
-    std::cerr << "koimage: " << printable(message) << '\n';
-    return failed;
-}
+/// How the command ends, and what it says then on standard error.
+struct Ending {
+    int exitCode = 0;
+    std::string message;
+};
 
-int run(int argc, char** argv)
+/// Everything but the last word: when it returns, the progress line is gone.
+Ending run(int argc, char** argv)
 {
     CLI::App command(
         "Pictures of high dynamic range: looks at them, converts them, turns environment maps into\n"
-        "one another. FILE may be - for standard input or output. koimage VERB --help tells more.",
+        "one another. A file may be - for standard input or output.\n"
+        "koimage VERB --help tells more.",
         "koimage");
     command.set_version_flag("--version", std::string("koimage ") + KOIMAGE_VERSION);
     command.get_formatter()->label("SUBCOMMAND", "VERB");
@@ -104,19 +106,18 @@ int run(int argc, char** argv)
         command.exit(asked);
     } catch (CLI::ParseError const& error) {
         CLI::App const& verb = chosen(command);
-        std::cerr << "koimage: " << printable(usageMessage(command, error)) << "\nTry: koimage "
-                  << (&verb == &command ? "" : verb.get_name() + " ") << "--help\n";
-        return wrongUsage;
+        return {wrongUsage, printable(usageMessage(command, error)) + "\nTry: koimage " +
+                                (&verb == &command ? "" : verb.get_name() + " ") + "--help"};
     } catch (Failure const& failure) {
-        return fail(failure.what());
+        return {failed, printable(failure.what())};
     } catch (std::bad_alloc const&) {
-        return fail("not enough memory");
+        return {failed, "not enough memory"};
     }
 
     errno = 0;
     if (!std::cout.flush())
-        return fail(std::string("standard output: ") + std::strerror(errno));
-    return 0;
+        return {failed, std::string("standard output: ") + std::strerror(errno)};
+    return {};
 }
 
 }  // namespace
@@ -125,5 +126,8 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return koTool::run(argc, argv);
+    auto const ending = koTool::run(argc, argv);
+    if (!ending.message.empty())
+        std::cerr << "koimage: " << ending.message << '\n';
+    return ending.exitCode;
 }

@@ -100,17 +100,17 @@ TEST(Command, NamesTheNearestOptionOfTheVerb)
 
 TEST(Command, RefusesWrongUsageWithExitCode2)
 {
-    for (std::vector<std::string> const& arguments : std::vector<std::vector<std::string>>{
-             {"convert"},
-             {"convert", "a.png"},
-             {"convert", "a.png", "b.png", "c.png"},
-             {"convert", "a.png", "b.png", "--type", "Float5"},
-             {"convert", "a.png", "b.png", "--bits", "12"},
-             {"convert", "a.png", "b.png", "--format", "gif"},
-             {"convert", "a.png", "b.exr", "--compression", "zap"},
-             {"convert", "a.png", "-"},
-             {"convert", "a.png", "-", "--format", "png", "--json"},
-             {"info"}}) {
+    for (std::vector<std::string> const& arguments :
+         std::vector<std::vector<std::string>>{{"convert"},
+                                               {"convert", "a.png"},
+                                               {"convert", "a.png", "b.png", "c.png"},
+                                               {"convert", "a.png", "b.png", "--type", "Float5"},
+                                               {"convert", "a.png", "b.png", "--bits", "12"},
+                                               {"convert", "a.png", "b.png", "--format", "gif"},
+                                               {"convert", "a.png", "b.exr", "--compression", "zap"},
+                                               {"convert", "a.png", "-"},
+                                               {"convert", "a.png", "-", "--format", "png", "--json"},
+                                               {"info"}}) {
         auto const outcome = koimage(arguments);
         EXPECT_EQ(2, outcome.exitCode) << ::testing::PrintToString(arguments);
         EXPECT_THAT(outcome.out, IsEmpty());
@@ -140,12 +140,14 @@ TEST(Command, FailsWithTheFileAndTheReason)
     Folder const folder;
     auto outcome = koimage({"info", folder / "none.png"});
     EXPECT_EQ(1, outcome.exitCode);
-    EXPECT_EQ("koimage: " + folder / "none.png" + ": cannot be read: No such file or directory\n", outcome.err);
+    EXPECT_EQ("koimage: " + folder / "none.png" + ": cannot be read: No such file or directory\n",
+              outcome.err);
 
     writeFile(folder / "noise.png", "This is no picture.");
     outcome = koimage({"info", folder / "noise.png"});
     EXPECT_EQ(1, outcome.exitCode);
-    EXPECT_EQ("koimage: " + folder / "noise.png" + ": byte 0: not a picture of a known format\n", outcome.err);
+    EXPECT_EQ("koimage: " + folder / "noise.png" + ": byte 0: not a picture of a known format\n",
+              outcome.err);
 }
 
 TEST(Command, TellsErrorsEvenWhenQuiet)
@@ -162,7 +164,7 @@ TEST(Command, FailsWhenStandardOutputTakesNothing)
 {
     Folder const folder;
     writeFile(folder / "a.ppm", ppm(1, 1, {1, 2, 3}));
-    for (std::string const& line : {"koimage --help", "koimage info '" + folder / "a.ppm" + "'",
+    for (std::string const& line : {std::string("koimage --help"), "koimage info '" + folder / "a.ppm" + "'",
                                     "koimage convert '" + folder / "a.ppm" + "' - --format png"}) {
         auto const outcome = shell(line + " > /dev/full");
         EXPECT_EQ(1, outcome.exitCode) << line;
@@ -178,8 +180,7 @@ TEST(Command, LeavesNothingBehindWhenItIsInterrupted)
     std::string const out = folder / "old.png";
     for (int const milliseconds : {20, 100, 300, 600, 1000}) {
         std::string program = KOIMAGE_COMMAND;
-        std::vector<std::string> arguments = {program,   "probe", out, "--shape",
-                                              "latlong", "--size", "8192"};
+        std::vector<std::string> arguments = {program, "probe", out, "--shape", "latlong", "--size", "8192"};
         std::vector<char*> argv;
         for (std::string& argument : arguments)
             argv.push_back(argument.data());

@@ -9,13 +9,13 @@
 namespace koTool::testing {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using koImage::Float3;
 using koImage::Image;
 using koImage::PixelTypeId;
 using koImage::testing::samePixels;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 std::vector<float> ramp(int count)
 {
@@ -61,8 +61,7 @@ TEST(Resize, TakesAPercentage)
         int width;
         int height;
     };
-    for (Case const& c :
-         {Case{"50%", 6, 5}, Case{"200%", 24, 20}, Case{"12.5%", 2, 1}, Case{"1%", 1, 1}}) {
+    for (Case const& c : {Case{"50%", 6, 5}, Case{"200%", 24, 20}, Case{"12.5%", 2, 1}, Case{"1%", 1, 1}}) {
         EXPECT_EQ(0, koimage({"resize", folder / "a.pfm", folder / "b.pfm", c.percent}).exitCode);
         auto const about = info(folder / "b.pfm");
         EXPECT_EQ(c.width, about["width"]) << c.percent;
@@ -91,7 +90,8 @@ TEST(Resize, DoesNotBlurWhatGrows)
 {
     Folder const folder;
     writeFile(folder / "a.pfm", pfm(12, 10, ramp(360)));
-    EXPECT_EQ(0, koimage({"resize", folder / "a.pfm", folder / "b.pfm", "24", "5", "--blur", "auto"}).exitCode);
+    EXPECT_EQ(0,
+              koimage({"resize", folder / "a.pfm", folder / "b.pfm", "24", "5", "--blur", "auto"}).exitCode);
     ko::Reference<Image> const expected(koImage::resize(*colours(folder / "a.pfm"), 24, 5, true));
     EXPECT_TRUE(samePixels(*expected, *colours(folder / "b.pfm")));
 }
@@ -100,8 +100,9 @@ TEST(Resize, WrapsBlurAndSamplesAsAsked)
 {
     Folder const folder;
     writeFile(folder / "a.pfm", pfm(12, 10, ramp(360)));
-    EXPECT_EQ(0, koimage({"resize", folder / "a.pfm", folder / "b.pfm", "30", "9", "--wrap", "x", "--blur", "3"})
-                     .exitCode);
+    EXPECT_EQ(0,
+              koimage({"resize", folder / "a.pfm", folder / "b.pfm", "30", "9", "--wrap", "x", "--blur", "3"})
+                  .exitCode);
     auto const soft = koImage::testing::imageOf<Float3>({0, 0});
     koImage::imageBlur(*colours(folder / "a.pfm"), *soft, 3, true, false);
     soft->setWrap(true, false);
@@ -117,13 +118,16 @@ TEST(Resize, KeepsColoursAsBytesAndMakesGreyBytesLight)
 {
     Folder const folder;
     writeFile(folder / "a.ppm", ppm(2, 2, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
-    EXPECT_EQ(0, koimage({"resize", folder / "a.ppm", folder / "b.ppm", "200%", "--filter", "point"}).exitCode);
+    EXPECT_EQ(0,
+              koimage({"resize", folder / "a.ppm", folder / "b.ppm", "200%", "--filter", "point"}).exitCode);
     EXPECT_THAT(ppmChannels(readFile(folder / "b.ppm")),
                 ElementsAre(1, 2, 3, 1, 2, 3, 4, 5, 6, 4, 5, 6, 1, 2, 3, 1, 2, 3, 4, 5, 6, 4, 5, 6,  //
-                            7, 8, 9, 7, 8, 9, 10, 11, 12, 10, 11, 12, 7, 8, 9, 7, 8, 9, 10, 11, 12, 10, 11, 12));
+                            7, 8, 9, 7, 8, 9, 10, 11, 12, 10, 11, 12, 7, 8, 9, 7, 8, 9, 10, 11, 12, 10, 11,
+                            12));
 
     writeFile(folder / "a.pgm", pgm(2, 1, {255, 0}));
-    EXPECT_EQ(0, koimage({"resize", folder / "a.pgm", folder / "b.pfm", "4", "1", "--filter", "point"}).exitCode);
+    EXPECT_EQ(
+        0, koimage({"resize", folder / "a.pgm", folder / "b.pfm", "4", "1", "--filter", "point"}).exitCode);
     auto const grey = picture(folder / "b.pfm").image;
     EXPECT_EQ(PixelTypeId::Float, grey->pixelType());
     EXPECT_EQ(1.0f, static_cast<float const*>(grey->data())[1]);
@@ -134,15 +138,29 @@ TEST(Resize, RefusesSizesThatAreNone)
 {
     Folder const folder;
     writeFile(folder / "a.pgm", pgm(2, 1, {255, 0}));
-    for (std::vector<std::string> const& size : std::vector<std::vector<std::string>>{
-             {"50"}, {"0", "5"}, {"5", "-1"}, {"a", "b"}, {"0%"}, {"-5%"}, {"nan%"}, {"inf%"}, {"%"}, {"5%%"},
-             {"50%", "50%"}, {"1.5", "2"}, {"65536", "65536"}, {"99999999999", "1"}, {"900000%"}}) {
+    for (std::vector<std::string> const& size : std::vector<std::vector<std::string>>{{"50"},
+                                                                                      {"0", "5"},
+                                                                                      {"5", "-1"},
+                                                                                      {"a", "b"},
+                                                                                      {"0%"},
+                                                                                      {"-5%"},
+                                                                                      {"nan%"},
+                                                                                      {"inf%"},
+                                                                                      {"%"},
+                                                                                      {"5%%"},
+                                                                                      {"50%", "50%"},
+                                                                                      {"1.5", "2"},
+                                                                                      {"65536", "65536"},
+                                                                                      {"99999999999", "1"}}) {
         std::vector<std::string> arguments = {"resize", folder / "a.pgm", folder / "b.pgm"};
         arguments.insert(arguments.end(), size.begin(), size.end());
         auto const outcome = koimage(arguments);
-        EXPECT_EQ(size[0] == "900000%" ? 0 : 2, outcome.exitCode) << ::testing::PrintToString(size);
+        EXPECT_EQ(2, outcome.exitCode) << ::testing::PrintToString(size);
     }
-    EXPECT_EQ(2, koimage({"resize", folder / "a.pgm", folder / "b.pgm", "1", "1", "--filter", "cubic"}).exitCode);
+    writeFile(folder / "wide.pgm", pgm(1000, 1, std::vector<int>(1000)));
+    EXPECT_EQ(2, koimage({"resize", folder / "wide.pgm", folder / "b.pgm", "1000000%"}).exitCode);
+    EXPECT_EQ(
+        2, koimage({"resize", folder / "a.pgm", folder / "b.pgm", "1", "1", "--filter", "cubic"}).exitCode);
     auto const blur = koimage({"resize", folder / "a.pgm", folder / "b.pgm", "1", "1", "--blur", "much"});
     EXPECT_EQ(2, blur.exitCode);
     EXPECT_THAT(blur.err, HasSubstr("takes auto or a diameter in pixels, not much"));

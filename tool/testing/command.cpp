@@ -1,6 +1,5 @@
 #include "tool/testing/command.h"
 
-#include "koImage/image/typed_image.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Running the built command as a user does.
 #pragma once
 
-#include "koImage/image/pixel_types.h"
+#include "koImage/image/typed_image.h"
 #include "koImageIO/picture.h"
 
 #include <nlohmann/json.hpp>
