@@ -96,7 +96,9 @@ Place latLongPlace(Vector d)
 
 Place spherePlace(Vector d)
 {
-    double const k = std::acos(-d.y) / (2 * pi * std::hypot(d.x, d.z));
+    // The middle shows -y, and stands for +y as well, which is all around the rim.
+    double const fromAxis = std::hypot(d.x, d.z);
+    double const k = fromAxis == 0 ? 0 : std::acos(-d.y) / (2 * pi * fromAxis);
     return {0.5 + k * d.x, 0.5 + k * d.z};
 }
 
@@ -254,7 +256,7 @@ TEST(Orientation, PutsTheZenithFirstIntoPpmAndLastIntoPfm)
     EXPECT_LT(channels[channels.size() - 1], channels[channels.size() - 3]) << "yellow is down";
 
     make({"probe", folder / "a.pfm"}, {"--shape", "latlong", "--size", "64"});
-    EXPECT_EQ(pfm(1, 1, {0.8f, 0.7f, 0.1f}).substr(11), readFile(folder / "a.pfm").substr(13, 12));
+    EXPECT_EQ(pfm(1, 1, {0.8f, 0.7f, 0.1f}).substr(12), readFile(folder / "a.pfm").substr(14, 12));
 }
 
 }  // namespace
