@@ -3,6 +3,7 @@
 
 #include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/environment_map.h"
+#include "koImage/envmap/labelled_probe.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/envmap/remap.h"
 #include "koImage/envmap/resize.h"

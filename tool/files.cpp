@@ -1,0 +1,272 @@
+#include "tool/files.h"
+
+#include "koImage/image/typed_image.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <span>
+
+#include <unistd.h>
+
+namespace koTool {
+
+using koImage::PixelTypeId;
+using koImageIO::Misfits;
+using koImageIO::Picture;
+using koImageIO::PictureFormat;
+
+namespace {
+
+std::vector<std::pair<std::string, PixelTypeId>> const types = {
+    {"Byte", PixelTypeId::Byte},   {"Byte4", PixelTypeId::Byte4},   {"Half4", PixelTypeId::Half4},
+    {"Float", PixelTypeId::Float}, {"Float3", PixelTypeId::Float3}, {"Float4", PixelTypeId::Float4}};
+
+std::vector<std::pair<std::string, PictureFormat>> const formats = {{"exr", PictureFormat::Exr},
+                                                                    {"hdr", PictureFormat::Hdr},
+                                                                    {"png", PictureFormat::Png},
+                                                                    {"pfm", PictureFormat::Pfm},
+                                                                    {"pnm", PictureFormat::Pnm}};
+
+template <class Value>
+char const* nameOf(std::vector<std::pair<std::string, Value>> const& choices, Value value)
+{
+    for (auto const& choice : choices)
+        if (choice.second == value)
+            return choice.first.c_str();
+    return "unknown";
+}
+
+/// What the messages call a file.
+std::string shown(std::string const& file, char const* standardName)
+{
+    return file == "-" ? standardName : file;
+}
+
+/// The type of floats that holds all of a picture.
+PixelTypeId lightType(koImage::Image const& image)
+{
+    if (image.pixelType() == PixelTypeId::Byte)
+        return PixelTypeId::Float;
+    if (image.pixelType() != PixelTypeId::Byte4)
+        return image.pixelType();
+    auto const pixels = koImage::pixelsOf<koImage::Byte4>(image);
+    bool const opaque = std::all_of(pixels.begin(), pixels.end(), [](auto const& p) { return p.a == 255; });
+    return opaque ? PixelTypeId::Float3 : PixelTypeId::Float4;
+}
+
+}  // namespace
+
+void Files::addQuiet(CLI::App& command)
+{
+    command.add_flag("-q,--quiet", quiet_, "No remarks, no progress; errors are told all the same");
+}
+
+void Files::addRaw(CLI::App& command)
+{
+    if (command.get_option_no_throw("--raw") == nullptr)
+        command.add_flag("--raw", raw_,
+                         "PNG, PPM and PGM without their curve (sRGB) where bytes meet floats: n / 255");
+}
+
+void Files::addInput(CLI::App& command)
+{
+    addChoice(
+        command, "--type", types, [this](PixelTypeId type) { type_ = type; },
+        "Pixels to read the picture as; without it, what the file holds");
+    command.add_option("--layer", layer_, "Layer of an EXR file to read");
+    addRaw(command);
+}
+
+void Files::addOutput(CLI::App& command)
+{
+    command.add_option("OUT", output_, "The file to write, - for standard output")->required();
+    addChoice(
+        command, "--format", formats, [this](PictureFormat format) { format_ = format; },
+        "Format to write; without it, by the extension of OUT");
+    command.add_option("--bits", bits_, "Bits of a channel: 8 or 16 for PNG, PPM and PGM; 16 or 32 for EXR")
+        ->check(CLI::IsMember({8, 16, 32}));
+    command
+        .add_option("--compression", compression_,
+                    "Of EXR: none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa, dwab")
+        ->check(CLI::IsMember({"none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"}));
+    addRaw(command);
+    addQuiet(command);
+    command.add_flag("--json", json_, "Tell on standard output what was written, as JSON");
+
+    // Before the work begins, not after it.
+    command.parse_complete_callback([this] {
+        if (output_ == "-" && !format_)
+            throw CLI::ValidationError("OUT", "standard output needs --format");
+        if (output_ == "-" && json_)
+            throw CLI::ValidationError("--json", "standard output takes the picture already");
+    });
+}
+
+Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
+{
+    koUtil::Progress* const progress = begin("reading " + shown(file, "standard input"));
+    koImageIO::ReadOptions options;
+    options.pixelType = type_;
+    options.layer = layer_;
+    options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
+
+    Picture picture;
+    auto const readWith = [&](koImageIO::ReadOptions const& chosen) {
+        koUtil::Error const error =
+            file == "-" ? koImageIO::readPicture(standardInput(), "standard input", picture, chosen, progress)
+                        : koImageIO::readPicture(file, picture, chosen, progress);
+        if (error)
+            throw Failure(error.message());
+    };
+    readWith(options);
+
+    if (!takes(picture.image->pixelType()) && !type_) {
+        auto const light = lightType(*picture.image);
+        options.pixelType = takes(light) ? light : PixelTypeId::Float3;
+        readWith(options);
+    }
+    if (!takes(picture.image->pixelType()))
+        throw Failure(shown(file, "standard input") + ": pixels of " + typeName(picture.image->pixelType()) +
+                      " cannot be worked on so; --type chooses others");
+
+    tellMisfits(shown(file, "standard input"), picture.misfits);
+    return picture;
+}
+
+Picture Files::readAs(std::string const& file, PixelTypeId type)
+{
+    auto const asked = std::exchange(type_, type);
+    Picture picture = read(file);
+    type_ = asked;
+    return picture;
+}
+
+void Files::write(koImage::Image const& image, koImageIO::Metadata const& metadata)
+{
+    koUtil::Progress* const progress = begin("writing " + shown(output_, "standard output"));
+    koImageIO::WriteOptions options;
+    options.format = format_;
+    options.bits = bits_;
+    options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
+    options.compression = compression_;
+    // What speaks of the file that was read is not true of the one that is written.
+    options.metadata = metadata;
+    for (char const* const name : {"software", "exposure", "colorcorr", "scale"})
+        options.metadata = without(std::move(options.metadata), name);
+
+    Misfits misfits;
+    koUtil::Error const error = koImageIO::writePicture(output_, image, misfits, options, progress);
+    endLine();
+    if (error)
+        throw Failure(error.message());
+    tellMisfits(shown(output_, "standard output"), misfits);
+
+    if (json_) {
+        nlohmann::ordered_json const report = {
+            {"file", output_},
+            {"width", image.width()},
+            {"height", image.height()},
+            {"type", typeName(image.pixelType())},
+            {"clamped",
+             {{"overflow", misfits.overflow}, {"negative", misfits.negative}, {"nan", misfits.nan}}}};
+        std::cout << jsonText(report) << '\n';
+    }
+}
+
+void Files::work(std::string step)
+{
+    begin(std::move(step));
+}
+
+void Files::remark(std::string const& text)
+{
+    if (quiet_)
+        return;
+    endLine();
+    std::cerr << "koimage: " << text << '\n';
+}
+
+void Files::endLine()
+{
+    if (line_)
+        line_->hide();
+}
+
+koUtil::Progress* Files::begin(std::string step)
+{
+    if (quiet_)
+        return nullptr;
+    if (!line_)
+        line_ = std::make_unique<ProgressLine>();
+    line_->begin(printable(std::move(step)));
+    return line_.get();
+}
+
+void Files::tellMisfits(std::string const& file, Misfits const& misfits)
+{
+    std::string text;
+    for (auto const& [count, what] : {std::pair{misfits.overflow, " too large"},
+                                      {misfits.negative, " too small"},
+                                      {misfits.nan, " not a number"}})
+        if (count > 0)
+            text += (text.empty() ? "" : ", ") + std::to_string(count) + what;
+    if (!text.empty())
+        remark(file + ": values clamped: " + text);
+}
+
+std::vector<std::byte> const& Files::standardInput()
+{
+    if (standardInput_)
+        return *standardInput_;
+
+    std::vector<std::byte> bytes;
+    std::array<std::byte, 65536> block;
+    for (;;) {
+        ssize_t const got = ::read(STDIN_FILENO, block.data(), block.size());
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throw Failure(std::string("standard input: ") + std::strerror(errno));
+        if (got == 0)
+            break;
+        bytes.insert(bytes.end(), block.begin(), block.begin() + got);
+    }
+    return standardInput_.emplace(std::move(bytes));
+}
+
+char const* typeName(PixelTypeId type)
+{
+    return nameOf(types, type);
+}
+
+char const* formatName(PictureFormat format)
+{
+    return nameOf(formats, format);
+}
+
+std::string jsonText(nlohmann::ordered_json const& json)
+{
+    // File names and metadata may be anything, JSON is UTF-8.
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string printable(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, '?');
+    return text;
+}
+
+koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name)
+{
+    std::erase_if(metadata, [&](auto const& entry) { return entry.first == name; });
+    return metadata;
+}
+
+}  // namespace koTool

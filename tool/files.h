@@ -1,0 +1,108 @@
+// The picture files of one run: read and written as the options say, and the user told what became of them.
+//
+// "-" is standard input or output. Errors name the file; values that had to be clamped are counted and said
+// on standard error, unless --quiet.
+#pragma once
+
+#include "koImageIO/picture.h"
+#include "tool/progress_line.h"
+#include "tool/verb.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace koTool {
+
+class Files {
+public:
+    // What a verb takes of these options it adds to its own:
+
+    /// --quiet
+    void addQuiet(CLI::App& command);
+
+    /// --type, --layer, --raw, --quiet
+    void addInput(CLI::App& command);
+
+    /// OUT; --format, --bits, --compression, --raw, --quiet, --json
+    void addOutput(CLI::App& command);
+
+    /// Reads a picture; standard input as often as it is asked for.
+    ///
+    ///   takes   whether the work is defined for a pixel type. Where it is not for the type of the file, and
+    ///           no type was asked for, the picture is read as floats, in linear light: bytes as Float if
+    ///           they are grey and as Float4 if their alpha is not full everywhere; as Float3 otherwise, and
+    ///           where those are not taken either
+    koImageIO::Picture read(std::string const& file, bool (*takes)(koImage::PixelTypeId) = anyType);
+
+    /// The same as pixels of that type.
+    koImageIO::Picture readAs(std::string const& file, koImage::PixelTypeId type);
+
+    /// Writes the picture that the verb makes: its one output.
+    void write(koImage::Image const& image, koImageIO::Metadata const& metadata);
+
+    /// Names the work between reading and writing, for the progress line.
+    void work(std::string step);
+
+    /// A remark on standard error, unless --quiet.
+    void remark(std::string const& text);
+
+    /// Takes the progress line away, before something is printed.
+    void endLine();
+
+private:
+    static bool anyType(koImage::PixelTypeId) { return true; }
+
+    void addRaw(CLI::App& command);
+    koUtil::Progress* begin(std::string step);
+    void tellMisfits(std::string const& file, koImageIO::Misfits const& misfits);
+    std::vector<std::byte> const& standardInput();
+
+    bool quiet_ = false;
+    bool json_ = false;
+    bool raw_ = false;
+    std::optional<koImage::PixelTypeId> type_;
+    std::optional<koImageIO::PictureFormat> format_;
+    std::string layer_;
+    std::string compression_;
+    std::string output_;
+    int bits_ = 0;
+    std::optional<std::vector<std::byte>> standardInput_;
+    std::unique_ptr<ProgressLine> line_;
+};
+
+/// The names that the options and the output use.
+char const* typeName(koImage::PixelTypeId type);
+char const* formatName(koImageIO::PictureFormat format);
+
+/// An option that takes one of a few names, each for a value.
+template <class Value, class Set>
+CLI::Option* addChoice(CLI::App& command, std::string const& option,
+                       std::vector<std::pair<std::string, Value>> const& choices, Set set,
+                       std::string const& help)
+{
+    std::vector<std::string> names;
+    for (auto const& choice : choices)
+        names.push_back(choice.first);
+    auto const take = [choices, set](std::string const& name) {
+        for (auto const& choice : choices)
+            if (choice.first == name)
+                set(choice.second);
+    };
+    return command.add_option_function<std::string>(option, take, help)->check(CLI::IsMember(names));
+}
+
+/// JSON on one line; bytes that are no UTF-8 are replaced.
+std::string jsonText(nlohmann::ordered_json const& json);
+
+/// Text of a file fit for a terminal: control characters, which could steer it, become question marks.
+std::string printable(std::string text);
+
+/// Metadata without the entries of that name.
+koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name);
+
+}  // namespace koTool
