@@ -39,14 +39,15 @@ using SmallD = std::array<long double, maxDegree + 1>;
 
 SmallD smallD(int a, int b, long double theta)
 {
-    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a - b).
+    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a -
+    // b).
     long double binomial = 1;
     for (int i = 1; i <= a - b; ++i)
         binomial = binomial * static_cast<long double>(a + b + i) / static_cast<long double>(i);
     SmallD d{};
-    d[static_cast<std::size_t>(a)] =
-        std::sqrt(binomial) * std::pow(std::cos(theta / 2), static_cast<long double>(a + b)) *
-        std::pow(-std::sin(theta / 2), static_cast<long double>(a - b));
+    d[static_cast<std::size_t>(a)] = std::sqrt(binomial) *
+                                     std::pow(std::cos(theta / 2), static_cast<long double>(a + b)) *
+                                     std::pow(-std::sin(theta / 2), static_cast<long double>(a - b));
 
     long double const cosine = std::cos(theta);
     auto const root = [a, b](int l) {
@@ -59,7 +60,8 @@ SmallD smallD(int a, int b, long double theta)
             continue;
         }
         long double const below = l > a ? d[at - 1] : 0;
-        long double const slope = static_cast<long double>(l * (l + 1)) * cosine - static_cast<long double>(a * b);
+        long double const slope =
+            static_cast<long double>(l * (l + 1)) * cosine - static_cast<long double>(a * b);
         d[at + 1] = (static_cast<long double>(2 * l + 1) * slope * d[at] -
                      static_cast<long double>(l + 1) * root(l) * below) /
                     (static_cast<long double>(l) * root(l + 1));
@@ -154,8 +156,12 @@ std::string textOf(RotationTable const& table, koUtil::Progress* progress)
 /// Gives `path` this content by way of a neighbouring file: as a whole or not at all.
 koUtil::Error replaceFile(char const* path, std::string const& content)
 {
+    if (path == nullptr)
+        return {1, "A rotation matrix file needs a name."};
     std::string const temporary = std::string(path) + ".part";
-    auto const failure = [path] { return koUtil::Error(1, "%s cannot be written: %s.", path, std::strerror(errno)); };
+    auto const failure = [path] {
+        return koUtil::Error(1, "%s cannot be written: %s.", path, std::strerror(errno));
+    };
     File file(std::fopen(temporary.c_str(), "wb"));
     if (file == nullptr)
         return failure();
@@ -167,11 +173,6 @@ koUtil::Error replaceFile(char const* path, std::string const& content)
         return error;
     }
     return {};
-}
-
-koUtil::Error lineError(char const* path, int line, std::string const& reason)
-{
-    return {1, "%s, line %d: %s", path, line, reason.c_str()};
 }
 
 }  // namespace
@@ -224,37 +225,37 @@ koUtil::Error verifyRotationMatrixFile(char const* path)
 
     RotationTable const expected = computeTable();
     NumberScanner scanner(file.get());
+    auto const fault = [&](int line, std::string const& reason) {
+        return koUtil::Error(1, "%s, line %d: %s.", path, line, reason.c_str());
+    };
+    auto const missing = [&](std::string const& what) {
+        return fault(scanner.line(), "expected " + what + (scanner.atEnd() ? "; the file ends here" : ""));
+    };
     for (int l = 0; l <= maxDegree; ++l)
         for (int t = 0; t < RotationTable::tilts; ++t) {
-            auto const where = [l, t](char const* what) {
-                return std::string(what) + " of degree " + std::to_string(l) + ", tilt " + std::to_string(t);
-            };
+            std::string const matrix =
+                "the matrix of degree " + std::to_string(l) + ", tilt " + std::to_string(t);
             if (!scanner.skipInt() || !scanner.skipInt())
-                return lineError(path, scanner.line(), where("expected the two integers before the matrix") + '.');
+                return missing("the two integers before " + matrix);
             for (int m = -l; m <= l; ++m)
                 for (int n = -l; n <= l; ++n) {
                     scanner.skipSpace();
-                    int const line = scanner.line();
                     double value;
                     if (!scanner.readDouble(value))
-                        return lineError(path, line,
-                                         where("expected an entry of the matrix") +
-                                             (scanner.atEnd() ? "; the file ends here." : "."));
+                        return missing("an entry of " + matrix);
 
                     // Not a number is wrong, too.
                     constexpr double tolerance = 1e-6;
                     double const right = expected.at(l, m, n)[t];
                     if (!(std::abs(value - right) <= tolerance))
-                        return lineError(path, line,
-                                         "entry (" + std::to_string(m) + ", " + std::to_string(n) + ") " +
-                                             where("of the matrix") + " is " + std::to_string(value) +
-                                             " instead of " + std::to_string(right) + '.');
+                        return fault(scanner.line(), "entry (" + std::to_string(m) + ", " +
+                                                         std::to_string(n) + ") of " + matrix + " is " +
+                                                         std::to_string(value) + " instead of " +
+                                                         std::to_string(right));
                 }
         }
     scanner.skipSpace();
-    if (!scanner.atEnd())
-        return lineError(path, scanner.line(), "more text after the last matrix.");
-    return {};
+    return scanner.atEnd() ? koUtil::Error() : fault(scanner.line(), "more text after the last matrix");
 }
 
 }  // namespace koImage

@@ -1,5 +1,5 @@
-// The lighting pipeline as it is defined, step by step and one pixel at a time: what the tests compare with to
-// the bit, and the yardstick of the benchmarks.
+// The lighting pipeline as it is defined, step by step and one pixel at a time: what the tests compare with
+// to the bit, and the yardstick of the benchmarks.
 #pragma once
 
 #include "koBase/array_n.h"
@@ -165,12 +165,15 @@ inline SphericalHarmonics<Double3> lightByHand(TypedImage<Float3> const& probe)
                                                     (b.real() - a.real()) * half};
             }
         for (int i = 0; i < 441; ++i)
-            (channel == 0 ? light[i].r : channel == 1 ? light[i].g : light[i].b) = real[std::size_t(i)].real();
+            (channel == 0   ? light[i].r
+             : channel == 1 ? light[i].g
+                            : light[i].b) = real[std::size_t(i)].real();
     }
     return light;
 }
 
-inline void brdfByHand(koUtil::ArrayN<3, Double3> const& samples, koUtil::ArrayN<3, Double3>& coeffs, int order)
+inline void brdfByHand(koUtil::ArrayN<3, Double3> const& samples, koUtil::ArrayN<3, Double3>& coeffs,
+                       int order)
 {
     HarmonicsByHand const& basis = HarmonicsByHand::get();
     koUtil::ArrayN<3, Double3> f(100, 100, 21);
