@@ -1,15 +1,17 @@
 #include "koImage/lighting/rotation_matrices.h"
 
+#include "koBase/output_file.h"
 #include "koImage/lighting/number_scanner.h"
 #include "koImage/lighting/rotation_table.h"
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace koImage {
@@ -131,48 +133,14 @@ RotationTable readTable(std::FILE* file, koUtil::Progress* progress)
     return table;
 }
 
-std::string textOf(RotationTable const& table, koUtil::Progress* progress)
+/// Writes a number as the shortest text that reads back as the same one.
+template <class Number>
+void writeNumber(koOS::OutputFile& file, Number number, char separator)
 {
-    std::string text;
-    text.reserve(std::size_t{14} << 20);
-    auto const append = [&text](auto number, char separator) {
-        std::array<char, 32> digits;
-        auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-        text.append(digits.data(), end) += separator;
-    };
-    for (int l = 0; l <= maxDegree; ++l) {
-        koUtil::setProgress(progress, l / 21.0);
-        for (int t = 0; t < RotationTable::tilts; ++t) {
-            append(l, ' ');
-            append(t, '\n');
-            for (int m = -l; m <= l; ++m)
-                for (int n = -l; n <= l; ++n)
-                    append(table.at(l, m, n)[t], n < l ? ' ' : '\n');
-        }
-    }
-    return text;
-}
-
-/// Gives `path` this content by way of a neighbouring file: as a whole or not at all.
-koUtil::Error replaceFile(char const* path, std::string const& content)
-{
-    if (path == nullptr)
-        return {1, "A rotation matrix file needs a name."};
-    std::string const temporary = std::string(path) + ".part";
-    auto const failure = [path] {
-        return koUtil::Error(1, "%s cannot be written: %s.", path, std::strerror(errno));
-    };
-    File file(std::fopen(temporary.c_str(), "wb"));
-    if (file == nullptr)
-        return failure();
-    if (std::fwrite(content.data(), 1, content.size(), file.get()) != content.size() ||
-        std::fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 || std::fclose(file.release()) != 0 ||
-        std::rename(temporary.c_str(), path) != 0) {
-        koUtil::Error error = failure();
-        std::remove(temporary.c_str());
-        return error;
-    }
-    return {};
+    std::array<char, 32> text;
+    char* const end = std::to_chars(text.data(), text.data() + text.size() - 1, number).ptr;
+    *end = separator;
+    file.write(std::as_bytes(std::span(text.data(), end + 1)));
 }
 
 }  // namespace
@@ -211,10 +179,20 @@ double rotationMatrixEntry(int l, int m, int n, int t)
 
 koUtil::Error writeRotationMatrixFile(char const* path, koUtil::Progress* progress)
 {
-    koUtil::Error error = replaceFile(path, textOf(computeTable(), progress));
-    if (!error)
-        koUtil::setProgress(progress, 1.0);
-    return error;
+    koUtil::setProgress(progress, 0.0);
+    RotationTable const table = computeTable();
+    koOS::OutputFile file(path);
+    for (int l = 0; l <= maxDegree; ++l) {
+        for (int t = 0; t < RotationTable::tilts; ++t) {
+            writeNumber(file, l, ' ');
+            writeNumber(file, t, '\n');
+            for (int m = -l; m <= l; ++m)
+                for (int n = -l; n <= l; ++n)
+                    writeNumber(file, table.at(l, m, n)[t], n < l ? ' ' : '\n');
+        }
+        koUtil::setProgress(progress, (l + 1.0) / (maxDegree + 1));
+    }
+    return file.commit();
 }
 
 koUtil::Error verifyRotationMatrixFile(char const* path)
