@@ -70,16 +70,6 @@ koUtil::ArrayN<3, Double3> newCoeffs()
     return coeffs;
 }
 
-koUtil::ArrayN<3, Double3> randomSamples(std::uint32_t seed)
-{
-    auto samples = newSamples();
-    Random random(seed);
-    for (std::int64_t i = 0; i < samples.size(); ++i)
-        samples.data()[i] = {randomChannel<double>(random), randomChannel<double>(random),
-                             randomChannel<double>(random) - 1};
-    return samples;
-}
-
 void expectSameCoeffs(koUtil::ArrayN<3, Double3> const& expected, koUtil::ArrayN<3, Double3> const& actual)
 {
     for (int l = 0; l <= 20; ++l)
@@ -224,7 +214,7 @@ TEST(LightCoeffs, OfAPublishedLightAreThoseThatWerePublished)
 
 TEST(BrdfCoeffs, AreThoseOfTheirDefinitionToTheBit)
 {
-    auto const samples = randomSamples(1);
+    auto const samples = randomReflectance(1);
     for (int const order : {10, 0, 4, 20}) {
         SCOPED_TRACE(order);
         auto expected = newCoeffs();
@@ -237,7 +227,7 @@ TEST(BrdfCoeffs, AreThoseOfTheirDefinitionToTheBit)
 
 TEST(BrdfCoeffs, KeepInfinitiesInTheirOwnSums)
 {
-    auto samples = randomSamples(2);
+    auto samples = randomReflectance(2);
     samples(3, 40, 50).r = std::numeric_limits<double>::infinity();
     samples(99, 0, 199).g = std::numeric_limits<double>::quiet_NaN();
     auto expected = newCoeffs();
@@ -249,7 +239,7 @@ TEST(BrdfCoeffs, KeepInfinitiesInTheirOwnSums)
 
 TEST(BrdfCoeffs, TakeOrdersBeyondTheGridAsItsEnds)
 {
-    auto const samples = randomSamples(4);
+    auto const samples = randomReflectance(4);
     auto largest = newCoeffs();
     auto beyond = newCoeffs();
     computeBrdfCoeffs(samples, largest, 20);
@@ -269,7 +259,7 @@ TEST(BrdfCoeffs, OfArraysOfOtherDimensionsAreNotMade)
 
     koUtil::ArrayN<3, Double3> small(21, 21, 20);
     small.fill(untouched);
-    computeBrdfCoeffs(randomSamples(5), small, 10);
+    computeBrdfCoeffs(randomReflectance(5), small, 10);
     for (std::int64_t i = 0; i < small.size(); ++i)
         ASSERT_EQ(small.data()[i], untouched);
 }

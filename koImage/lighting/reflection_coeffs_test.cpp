@@ -3,15 +3,14 @@
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/rotation_matrices.h"
 #include "koImage/testing/lighting_by_hand.h"
+#include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/test_images.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+#include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace koImage {
@@ -51,16 +50,11 @@ ImageRef<HarmonicsPixel> mapOf(SphericalHarmonics<Double3> const& light,
 
 class ComputeReflectionCoeffs : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string path = ::testing::TempDir() + "matrices.XXXXXX";
-        close(mkstemp(path.data()));
-        ASSERT_FALSE(writeRotationMatrixFile(path.c_str(), nullptr));
-        finalizeReflectance();
-        ASSERT_TRUE(initializeReflectance(path.c_str(), nullptr));
-        std::remove(path.c_str());
-    }
-    static void TearDownTestSuite() { finalizeReflectance(); }
+    static void SetUpTestSuite() { rotations = std::make_unique<LoadedRotations>(); }
+    static void TearDownTestSuite() { rotations.reset(); }
+
+private:
+    static inline std::unique_ptr<LoadedRotations> rotations;
 };
 
 std::vector<std::string> events;

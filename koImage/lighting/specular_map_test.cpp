@@ -1,21 +1,17 @@
 #include "koImage/lighting/specular_map.h"
 
-#include "koImage/lighting/coefficients.h"
 #include "koImage/lighting/harmonics.h"
 #include "koImage/lighting/reflection_coeffs.h"
-#include "koImage/lighting/rotation_matrices.h"
 #include "koImage/testing/lighting_by_hand.h"
+#include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/test_images.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <numbers>
-#include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace koImage {
@@ -190,13 +186,7 @@ TEST(ComputeSpecularMap, KeepsWhatIsNotANumber)
 // convolution of the light.
 TEST(SpecularMap, AlongTheSurfaceNormalIsAConvolutionOfTheLight)
 {
-    std::string path = ::testing::TempDir() + "matrices.XXXXXX";
-    close(mkstemp(path.data()));
-    ASSERT_FALSE(writeRotationMatrixFile(path.c_str(), nullptr));
-    finalizeReflectance();
-    ASSERT_TRUE(initializeReflectance(path.c_str(), nullptr));
-    std::remove(path.c_str());
-
+    LoadedRotations const rotations;
     Random random(9);
     SphericalHarmonics<Double3> light(20);
     for (int i = 0; i < light.size(); ++i)
@@ -207,7 +197,6 @@ TEST(SpecularMap, AlongTheSurfaceNormalIsAConvolutionOfTheLight)
 
     auto const map = imageOf<HarmonicsPixel>({0, 0});
     computeReflectionCoeffs(light, brdf, 20, 10, *map, nullptr);
-    finalizeReflectance();
     auto const picture = pictureOf(*map, {0, 0, 1});
 
     for (int t = 0; t < 100; ++t)

@@ -6,6 +6,7 @@
 #include "koImage/image/typed_image.h"
 #include "koImage/lighting/rotation_matrices.h"
 #include "koImage/lighting/spherical_harmonics.h"
+#include "koImage/testing/test_images.h"
 
 #include <algorithm>
 #include <array>
@@ -289,6 +290,17 @@ inline void specularMapByHand(TypedImage<HarmonicsPixel> const& reflection, std:
             value = (value < 0 ? 0 : value) * scale;
         out.pixels()[i] = {float(sum.c[0]), float(sum.c[1]), float(sum.c[2])};
     }
+}
+
+/// Samples of a reflectance that is none: any numbers, some negative.
+inline koUtil::ArrayN<3, Double3> randomReflectance(std::uint32_t seed)
+{
+    koUtil::ArrayN<3, Double3> samples(100, 100, 200);
+    Random random(seed);
+    for (std::int64_t i = 0; i < samples.size(); ++i)
+        samples.data()[i] = {randomChannel<double>(random), randomChannel<double>(random),
+                             randomChannel<double>(random) - 1};
+    return samples;
 }
 
 }  // namespace koImage::testing
