@@ -1,6 +1,7 @@
 #include "koImage/lighting/irradiance.h"
 
 #include "koImage/envmap/lat_long_map.h"
+#include "koImage/image/channels.h"
 #include "koImage/image/half_runs.h"
 #include "koImage/image/typed_image.h"
 #include "koImage/lighting/irradiance_run.h"
@@ -56,28 +57,37 @@ void addRun(Sums& sums, Run const& run)
 
 #endif
 
-/// colours = pixel * weight * 1 / pi.
-void weigh(std::span<Float3 const> pixels, float weight, Float3* colours)
+// colours = pixel * weight * 1 / pi, where every pixel has its weight
+
+void weigh(std::span<Float3 const> pixels, float const* weights, Float3* colours)
 {
-    for (Float3 const& p : pixels)
-        *colours++ = {p.r * weight * inversePi, p.g * weight * inversePi, p.b * weight * inversePi};
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        Float3 const& p = pixels[i];
+        float const w = weights[i];
+        colours[i] = {p.r * w * inversePi, p.g * w * inversePi, p.b * w * inversePi};
+    }
 }
 
-/// Both products round to half, as products of half pixels do; the factors are floats.
-void weigh(std::span<Half4 const> pixels, float weight, Float3* colours)
+/// Both products round to half, alpha's too, as products of half pixels do; the factors are floats.
+void weigh(std::span<Half4 const> pixels, float const* weights, Float3* colours)
 {
     std::array<Half4, Run::capacity> halves;
     std::array<Float4, Run::capacity> floats;
     std::size_t const channels = 4 * pixels.size();
-    halvesToFloats(&pixels.data()->r, &floats[0].r, channels);
-    for (float const factor : {weight, inversePi}) {
-        for (Float4& p : std::span(floats).first(pixels.size()))
-            p = {p.r * factor, p.g * factor, p.b * factor, p.a * factor};
+    auto const round = [&] {
         floatsToHalves(&floats[0].r, &halves[0].r, channels);
         halvesToFloats(&halves[0].r, &floats[0].r, channels);
-    }
-    for (Float4 const& p : std::span(floats).first(pixels.size()))
-        *colours++ = {p.r, p.g, p.b};
+    };
+
+    halvesToFloats(&pixels.data()->r, &floats[0].r, channels);
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        floats[i] = mapChannels(floats[i], [w = weights[i]](float channel) { return channel * w; });
+    round();
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        floats[i] = mapChannels(floats[i], [](float channel) { return channel * inversePi; });
+    round();
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        colours[i] = {floats[i].r, floats[i].g, floats[i].b};
 }
 
 float centreOf(int pixel, float inverseSize)
@@ -104,24 +114,32 @@ template <class Pixel>
 void accumulatePixels(EnvironmentMap const& map, Image const& image, Sums& sums)
 {
     Run run;
+    std::array<Pixel, Run::capacity> pixels;
+    std::array<float, Run::capacity> weights;
+    auto const flush = [&] {
+        weigh(std::span(pixels).first(run.count), weights.data(), run.colour.data());
+        addRun(sums, run);
+        run.count = 0;
+    };
+
     forEachRow<Pixel>(image, [&](int y, std::span<Pixel const> row) {
+        float const v = centreOf(y, image.invHeight());
         for (std::size_t x = 0; x < row.size(); ++x) {
+            std::size_t const i = run.count;
             koLinear::VectorFlt direction;
-            float weight = 0.0f;
-            if (!map.coordToDir(centreOf(static_cast<int>(x), image.invWidth()),
-                                centreOf(y, image.invHeight()), direction, weight, true))
+            weights[i] = 0.0f;
+            if (!map.coordToDir(centreOf(static_cast<int>(x), image.invWidth()), v, direction, weights[i],
+                                true))
                 continue;
-            weigh(row.subspan(x, 1), weight, &run.colour[run.count]);
-            run.x[run.count] = direction.x;
-            run.y[run.count] = direction.y;
-            run.z[run.count] = direction.z;
-            if (++run.count == Run::capacity) {
-                addRun(sums, run);
-                run.count = 0;
-            }
+            pixels[i] = row[x];
+            run.x[i] = direction.x;
+            run.y[i] = direction.y;
+            run.z[i] = direction.z;
+            if (++run.count == Run::capacity)
+                flush();
         }
     });
-    addRun(sums, run);
+    flush();
 }
 
 // The two parts of LatLongMap::coordToDir.
@@ -157,14 +175,16 @@ void accumulateLatLong(LatLongMap const& map, Image const& image, Sums& sums)
         columnDirection(centreOf(static_cast<int>(x), image.invWidth()), columnX[x], columnY[x]);
 
     Run run;
+    std::array<float, Run::capacity> weights;
     forEachRow<Pixel>(image, [&](int y, std::span<Pixel const> row) {
         float c = 0.0f;
         float z = 0.0f;
         rowDirection(centreOf(y, image.invHeight()), c, z);
         run.z.fill(z);
+        weights.fill(c * map.omegaFactor());
         for (std::size_t first = 0; first < row.size(); first += Run::capacity) {
             run.count = std::min(Run::capacity, row.size() - first);
-            weigh(row.subspan(first, run.count), c * map.omegaFactor(), run.colour.data());
+            weigh(row.subspan(first, run.count), weights.data(), run.colour.data());
             for (std::size_t i = 0; i < run.count; ++i) {
                 run.x[i] = static_cast<float>(columnX[first + i] * double{c});
                 run.y[i] = static_cast<float>(columnY[first + i] * double{c});

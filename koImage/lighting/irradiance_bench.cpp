@@ -20,7 +20,9 @@ Float3 weighted(Float3 const& p, float weight)
 
 Float3 weighted(Half4 const& p, float weight)
 {
-    auto const channel = [weight](half h) { return float(half(float(half(float(h) * weight)) * 0.31830987f)); };
+    auto const channel = [weight](half h) {
+        return float(half(float(half(float(h) * weight)) * 0.31830987f));
+    };
     return {channel(p.r), channel(p.g), channel(p.b)};
 }
 
@@ -59,7 +61,8 @@ void definition(EnvironmentMap const& map, Float3* sums)
 template <class Pixel>
 void BM_irradiance(benchmark::State& state)
 {
-    auto const image = randomImage<Pixel>({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))}, 1);
+    auto const image =
+        randomImage<Pixel>({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))}, 1);
     ko::Reference<EnvironmentMap> const map = newEnvironmentMap(*image);
     std::int64_t const pixels = image->pixelCount();
     sideBySide(

@@ -80,7 +80,9 @@ std::array<float, 3> weighted(Float3 const& p, float weight)
 
 std::array<float, 3> weighted(Half4 const& p, float weight)
 {
-    auto const channel = [weight](half h) { return float(half(float(half(float(h) * weight)) * 0.31830987f)); };
+    auto const channel = [weight](half h) {
+        return float(half(float(half(float(h) * weight)) * 0.31830987f));
+    };
     return {channel(p.r), channel(p.g), channel(p.b)};
 }
 
@@ -126,8 +128,8 @@ Coefficients coefficientsByHand(EnvironmentMap const& map)
     for (std::size_t i = 0; i < 27; ++i) {
         float const e = (&expected[i / 3].r)[i % 3];
         float const a = (&actual[i / 3].r)[i % 3];
-        bool const same = std::isnan(e) ? std::isnan(a) : std::bit_cast<std::uint32_t>(e) ==
-                                                              std::bit_cast<std::uint32_t>(a);
+        bool const same = std::isnan(e) ? std::isnan(a)
+                                        : std::bit_cast<std::uint32_t>(e) == std::bit_cast<std::uint32_t>(a);
         if (!same)
             return ::testing::AssertionFailure()
                    << "coefficient " << i / 3 << ", channel " << i % 3 << ": " << e << " and " << a;
@@ -159,8 +161,8 @@ double radianceByHand(std::function<double(koLinear::VectorFlt)> const& light, k
 
 std::vector<koLinear::VectorFlt> someNormals()
 {
-    std::vector<koLinear::VectorFlt> normals = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0},
-                                                {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
+    std::vector<koLinear::VectorFlt> normals = {{1, 0, 0},  {-1, 0, 0}, {0, 1, 0},
+                                                {0, -1, 0}, {0, 0, 1},  {0, 0, -1}};
     Random random(5);
     for (int i = 0; i < 20; ++i) {
         koLinear::VectorFlt n(randomChannel<float>(random) - 1.0f, randomChannel<float>(random) - 1.0f,
@@ -183,7 +185,7 @@ class IrradianceAlgTyped : public ::testing::Test {
 TYPED_TEST_SUITE(IrradianceAlgTyped, TestTypes<IrradiancePixels>, ById);
 
 // Lat-long maps, discs and crosses; with rows longer than what is computed at once.
-constexpr Size mapSizes[] = {{2, 1},     {4, 2},     {6, 3},    {1, 1},   {2, 2},   {5, 5},     {33, 33},
+constexpr Size mapSizes[] = {{2, 1},     {4, 2},     {6, 3},     {1, 1}, {2, 2},   {5, 5},     {33, 33},
                              {600, 300}, {514, 257}, {200, 200}, {3, 4}, {12, 16}, {300, 400}, {512, 256}};
 
 }  // namespace
@@ -453,8 +455,8 @@ TEST(DiffuseRadiance, IsExactForLightOfDegreeTwo)
         EXPECT_NEAR(diffuseRadiance(irradiance, normal).r, radianceByHand(light, normal), 2e-4);
 }
 
-// The series of the clamped cosine has the factors 1, 2/3, 1/4 in the degrees 0, 1, 2 (times pi). The sum over
-// the orders of a degree is (2 l + 1) / (4 pi) P_l(cosine between light and normal).
+// The series of the clamped cosine has the factors 1, 2/3, 1/4 in the degrees 0, 1, 2 (times pi). The sum
+// over the orders of a degree is (2 l + 1) / (4 pi) P_l(cosine between light and normal).
 TEST(DiffuseRadiance, OfOneBrightPixelIsTheSeriesOfNineTerms)
 {
     for (int const pixel : {0, 57, 1000, 12345, 19999}) {
@@ -468,7 +470,8 @@ TEST(DiffuseRadiance, OfOneBrightPixelIsTheSeriesOfNineTerms)
         Irradiance const irradiance = irradianceOf(*map);
         for (koLinear::VectorFlt const n : someNormals()) {
             double const c = light.x * n.x + light.y * n.y + light.z * n.z;
-            double const series = (1.0 + 2.0 / 3.0 * 3.0 * c + 0.25 * 5.0 * 0.5 * (3.0 * c * c - 1.0)) / (4.0 * pi);
+            double const series =
+                (1.0 + 2.0 / 3.0 * 3.0 * c + 0.25 * 5.0 * 0.5 * (3.0 * c * c - 1.0)) / (4.0 * pi);
             Float3 const radiance = diffuseRadiance(irradiance, n);
             double const scale = 1000.0 * weight;
             EXPECT_NEAR(radiance.r, scale * series, 2e-6 * scale);
@@ -511,8 +514,9 @@ TEST(ComputeDiffuseMap, GivesEveryNormalOfEveryShape)
         for (int y = 0; y < size.height; ++y)
             for (int x = 0; x < size.width; ++x) {
                 koLinear::VectorFlt normal;
-                bool const inside = map->coordToDir((static_cast<float>(x) + 0.5f) * image->invWidth(),
-                                                    (static_cast<float>(y) + 0.5f) * image->invHeight(), normal);
+                bool const inside =
+                    map->coordToDir((static_cast<float>(x) + 0.5f) * image->invWidth(),
+                                    (static_cast<float>(y) + 0.5f) * image->invHeight(), normal);
                 Float3 const expected = inside ? diffuseRadiance(irradiance, normal) : Float3{};
                 EXPECT_EQ(expected, image->pixels()[y * size.width + x]) << x << ", " << y;
             }

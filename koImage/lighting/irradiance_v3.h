@@ -31,8 +31,7 @@ inline void addRun(std::array<Float3, 9>& sums, IrradianceRun const& run)
         __m256 const x = _mm256_broadcast_ss(&run.x[i]);
         __m256 const y = _mm256_broadcast_ss(&run.y[i]);
         __m256 const z = _mm256_broadcast_ss(&run.z[i]);
-        __m256 const q =
-            _mm256_sub_ps(_mm256_mul_ps(_mm256_mul_ps(_mm256_set1_ps(3.0f), z), z), ones);
+        __m256 const q = _mm256_sub_ps(_mm256_mul_ps(_mm256_mul_ps(_mm256_set1_ps(3.0f), z), z), ones);
         __m256 first = _mm256_blend_ps(ones, y, 0b00100010);
         first = _mm256_blend_ps(first, z, 0b00000100);
         first = _mm256_blend_ps(first, x, 0b10011000);

@@ -12,9 +12,9 @@ namespace koImage {
 
 namespace {
 
-using std::numbers::pi;
 using harmonics::azimuthSamples;
 using harmonics::polarSamples;
+using std::numbers::pi;
 
 Double3 scaled(Double3 const& colour, double value)
 {
@@ -43,7 +43,8 @@ Double3 sampleLobe(ReflectanceSamples& samples, Double3 const& colour, Lobe cons
 }  // namespace
 
 PhongLobe::PhongLobe(double exponent, Double3 colour)
-    : exponent_(exponent > 0.0 ? std::min(exponent, maxExponent) : 0.0), colour_(colour)
+    : exponent_(exponent > 0.0 ? std::min(exponent, maxExponent) : 0.0),
+      colour_(colour)
 {
 }
 
@@ -69,7 +70,8 @@ Double3 Lambert::sample(ReflectanceSamples& samples) const
 }
 
 GgxLobe::GgxLobe(double roughness, Double3 colour)
-    : roughness_(roughness < 1.0 ? std::max(roughness, minRoughness) : 1.0), colour_(colour)
+    : roughness_(roughness < 1.0 ? std::max(roughness, minRoughness) : 1.0),
+      colour_(colour)
 {
 }
 
@@ -89,7 +91,8 @@ Double3 GgxLobe::sample(ReflectanceSamples& samples) const
 }
 
 CallableReflectance::CallableReflectance(Function function, Double3 colour)
-    : function_(std::move(function)), colour_(colour)
+    : function_(std::move(function)),
+      colour_(colour)
 {
     assert(function_);
 }

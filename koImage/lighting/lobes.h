@@ -48,8 +48,8 @@ private:
     Double3 colour_;
 };
 
-/// A matt surface: S = max(0, cos theta_i) / pi, the same for every viewer. Light of radiance 1 from everywhere
-/// gives 1.
+/// A matt surface: S = max(0, cos theta_i) / pi, the same for every viewer. Light of radiance 1 from
+/// everywhere gives 1.
 class KOIMAGE_EXPORT Lambert final : public ReflectanceFunction {
 public:
     explicit Lambert(Double3 colour = {1.0, 1.0, 1.0});

@@ -28,8 +28,8 @@ public:
     ReflectanceFunction() = default;
     virtual ~ReflectanceFunction();
 
-    /// Fills all samples and returns their energy, reflectanceEnergy(samples), of which the expansion captures
-    /// a part. A component of 0 says that there is no specular part, and so no specular map.
+    /// Fills all samples and returns their energy, reflectanceEnergy(samples), of which the expansion
+    /// captures a part. A component of 0 says that there is no specular part, and so no specular map.
     virtual Double3 sample(ReflectanceSamples& samples) const = 0;
 
     /// 0 at first. Functions with equal keys share one specular map: give each its own.
