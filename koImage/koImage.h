@@ -1,8 +1,13 @@
 // The whole library.
 #pragma once
 
+#include "koImage/envmap/cross_map.h"
+#include "koImage/envmap/environment_map.h"
+#include "koImage/envmap/lat_long_map.h"
+#include "koImage/envmap/remap.h"
 #include "koImage/envmap/resize.h"
 #include "koImage/envmap/sample_bilinear.h"
+#include "koImage/envmap/sphere_map.h"
 #include "koImage/image/alpha.h"
 #include "koImage/image/channels.h"
 #include "koImage/image/convert.h"
