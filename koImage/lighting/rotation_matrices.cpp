@@ -1,0 +1,260 @@
+#include "koImage/lighting/rotation_matrices.h"
+
+#include "koImage/lighting/number_scanner.h"
+#include "koImage/lighting/rotation_table.h"
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+#include <utility>
+
+namespace koImage {
+
+namespace {
+
+using harmonics::maxDegree;
+
+std::unique_ptr<RotationTable const> loaded;
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File openForReading(char const* path)
+{
+    return File(path != nullptr ? std::fopen(path, "rt") : nullptr);
+}
+
+// --- Computing ---
+
+/// Wigner's small d of orders a and b, a >= |b|, for the degrees from a to 20, at [degree].
+///
+/// In long double, which leaves of the recurrence's rounding errors nothing that a double shows.
+using SmallD = std::array<long double, maxDegree + 1>;
+
+SmallD smallD(int a, int b, long double theta)
+{
+    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a - b).
+    long double binomial = 1;
+    for (int i = 1; i <= a - b; ++i)
+        binomial = binomial * static_cast<long double>(a + b + i) / static_cast<long double>(i);
+    SmallD d{};
+    d[static_cast<std::size_t>(a)] =
+        std::sqrt(binomial) * std::pow(std::cos(theta / 2), static_cast<long double>(a + b)) *
+        std::pow(-std::sin(theta / 2), static_cast<long double>(a - b));
+
+    long double const cosine = std::cos(theta);
+    auto const root = [a, b](int l) {
+        return std::sqrt(static_cast<long double>((l * l - a * a) * (l * l - b * b)));
+    };
+    for (int l = a; l < maxDegree; ++l) {
+        auto const at = static_cast<std::size_t>(l);
+        if (l == 0) {
+            d[1] = cosine;
+            continue;
+        }
+        long double const below = l > a ? d[at - 1] : 0;
+        long double const slope = static_cast<long double>(l * (l + 1)) * cosine - static_cast<long double>(a * b);
+        d[at + 1] = (static_cast<long double>(2 * l + 1) * slope * d[at] -
+                     static_cast<long double>(l + 1) * root(l) * below) /
+                    (static_cast<long double>(l) * root(l + 1));
+    }
+    return d;
+}
+
+/// Stores d(mu, nu) and d(mu, -nu), mu, nu >= 0, as the entries of the real basis that they make up.
+void storeEntries(RotationTable& table, int l, int mu, int nu, int t, long double same, long double opposite)
+{
+    auto const store = [&](int m, int n, long double value) {
+        table.at(l, m, n)[t] = static_cast<double>(value + 0.0L);  // no -0 in the file
+    };
+    if (mu == 0 && nu == 0) {
+        store(0, 0, same);
+    } else if (mu == 0 || nu == 0) {
+        store(mu, nu, std::sqrt(2.0L) * same);
+    } else {
+        long double const signedOpposite = nu % 2 == 0 ? opposite : -opposite;
+        store(mu, nu, same + signedOpposite);
+        store(-mu, -nu, same - signedOpposite);
+    }
+}
+
+RotationTable computeTable()
+{
+    constexpr long double pi = 3.14159265358979323846264338327950288L;
+    RotationTable table;
+    for (int t = 0; t < RotationTable::tilts; ++t) {
+        long double const theta = static_cast<long double>(t) * pi / 100;
+        for (int a = 0; a <= maxDegree; ++a)
+            for (int b = 0; b <= a; ++b) {
+                SmallD const same = smallD(a, b, theta);
+                SmallD const opposite = smallD(a, -b, theta);
+                for (int l = a; l <= maxDegree; ++l) {
+                    auto const at = static_cast<std::size_t>(l);
+                    storeEntries(table, l, a, b, t, same[at], opposite[at]);
+
+                    // d(b, a) = (-1)^(a - b) d(a, b), and d(b, -a) = d(a, -b).
+                    if (a != b)
+                        storeEntries(table, l, b, a, t, (a - b) % 2 == 0 ? same[at] : -same[at],
+                                     opposite[at]);
+                }
+            }
+    }
+    return table;
+}
+
+// --- Files ---
+
+RotationTable readTable(std::FILE* file, koUtil::Progress* progress)
+{
+    NumberScanner scanner(file);
+    RotationTable table;
+    for (int l = 0; l <= maxDegree; ++l) {
+        if (l % 2 == 0)
+            koUtil::setProgress(progress, l / 20.0);
+        for (int t = 0; t < RotationTable::tilts; ++t) {
+            static_cast<void>(scanner.skipInt() && scanner.skipInt());
+            for (int m = -l; m <= l; ++m)
+                for (int n = -l; n <= l; ++n)
+                    if (scanner.readDouble(table.at(l, m, n)[t]))
+                        scanner.skipSpace();
+        }
+    }
+    koUtil::setProgress(progress, 1.0);
+    return table;
+}
+
+std::string textOf(RotationTable const& table, koUtil::Progress* progress)
+{
+    std::string text;
+    text.reserve(std::size_t{14} << 20);
+    auto const append = [&text](auto number, char separator) {
+        std::array<char, 32> digits;
+        auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+        text.append(digits.data(), end) += separator;
+    };
+    for (int l = 0; l <= maxDegree; ++l) {
+        koUtil::setProgress(progress, l / 21.0);
+        for (int t = 0; t < RotationTable::tilts; ++t) {
+            append(l, ' ');
+            append(t, '\n');
+            for (int m = -l; m <= l; ++m)
+                for (int n = -l; n <= l; ++n)
+                    append(table.at(l, m, n)[t], n < l ? ' ' : '\n');
+        }
+    }
+    return text;
+}
+
+/// Gives `path` this content by way of a neighbouring file: as a whole or not at all.
+koUtil::Error replaceFile(char const* path, std::string const& content)
+{
+    std::string const temporary = std::string(path) + ".part";
+    auto const failure = [path] { return koUtil::Error(1, "%s cannot be written: %s.", path, std::strerror(errno)); };
+    File file(std::fopen(temporary.c_str(), "wb"));
+    if (file == nullptr)
+        return failure();
+    if (std::fwrite(content.data(), 1, content.size(), file.get()) != content.size() ||
+        std::fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 || std::fclose(file.release()) != 0 ||
+        std::rename(temporary.c_str(), path) != 0) {
+        koUtil::Error error = failure();
+        std::remove(temporary.c_str());
+        return error;
+    }
+    return {};
+}
+
+koUtil::Error lineError(char const* path, int line, std::string const& reason)
+{
+    return {1, "%s, line %d: %s", path, line, reason.c_str()};
+}
+
+}  // namespace
+
+RotationTable const* loadedRotations()
+{
+    return loaded.get();
+}
+
+bool initializeReflectance(char const* path, koUtil::Progress* progress)
+{
+    if (loaded != nullptr)
+        return true;
+
+    harmonics::setup();
+    File const file = openForReading(path);
+    if (file == nullptr) {
+        std::printf("Failed to load spherical harmonic matrix file %s.\n", path != nullptr ? path : "");
+        return false;
+    }
+    loaded = std::make_unique<RotationTable>(readTable(file.get(), progress));
+    return true;
+}
+
+void finalizeReflectance()
+{
+    loaded.reset();
+}
+
+double rotationMatrixEntry(int l, int m, int n, int t)
+{
+    bool const isEntry = l >= 0 && l <= maxDegree && m >= -l && m <= l && n >= -l && n <= l && t >= 0 &&
+                         t < RotationTable::tilts;
+    return loaded != nullptr && isEntry ? loaded->at(l, m, n)[t] : 0.0;
+}
+
+koUtil::Error writeRotationMatrixFile(char const* path, koUtil::Progress* progress)
+{
+    koUtil::Error error = replaceFile(path, textOf(computeTable(), progress));
+    if (!error)
+        koUtil::setProgress(progress, 1.0);
+    return error;
+}
+
+koUtil::Error verifyRotationMatrixFile(char const* path)
+{
+    File const file = openForReading(path);
+    if (file == nullptr)
+        return {1, "%s cannot be opened: %s.", path != nullptr ? path : "", std::strerror(errno)};
+
+    RotationTable const expected = computeTable();
+    NumberScanner scanner(file.get());
+    for (int l = 0; l <= maxDegree; ++l)
+        for (int t = 0; t < RotationTable::tilts; ++t) {
+            auto const where = [l, t](char const* what) {
+                return std::string(what) + " of degree " + std::to_string(l) + ", tilt " + std::to_string(t);
+            };
+            if (!scanner.skipInt() || !scanner.skipInt())
+                return lineError(path, scanner.line(), where("expected the two integers before the matrix") + '.');
+            for (int m = -l; m <= l; ++m)
+                for (int n = -l; n <= l; ++n) {
+                    scanner.skipSpace();
+                    int const line = scanner.line();
+                    double value;
+                    if (!scanner.readDouble(value))
+                        return lineError(path, line,
+                                         where("expected an entry of the matrix") +
+                                             (scanner.atEnd() ? "; the file ends here." : "."));
+
+                    // Not a number is wrong, too.
+                    constexpr double tolerance = 1e-6;
+                    double const right = expected.at(l, m, n)[t];
+                    if (!(std::abs(value - right) <= tolerance))
+                        return lineError(path, line,
+                                         "entry (" + std::to_string(m) + ", " + std::to_string(n) + ") " +
+                                             where("of the matrix") + " is " + std::to_string(value) +
+                                             " instead of " + std::to_string(right) + '.');
+                }
+        }
+    scanner.skipSpace();
+    if (!scanner.atEnd())
+        return lineError(path, scanner.line(), "more text after the last matrix.");
+    return {};
+}
+
+}  // namespace koImage
