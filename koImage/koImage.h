@@ -28,3 +28,4 @@
 #include "koImage/ops/average.h"
 #include "koImage/ops/blur.h"
 #include "koImage/ops/interpolate.h"
+#include "koImage/tone/tone_map.h"
