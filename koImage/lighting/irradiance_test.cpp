@@ -300,7 +300,6 @@ TEST(IrradianceAlg, StartsAtZero)
 
 TEST(IrradianceAlg, AddsUpSeveralMaps)
 {
-    // Sums of whole numbers of units are exact, so the second pass gives twice the first.
     auto const image = constantImage({2, 1}, {1.0f, 2.0f, 0.5f});
     MapRef const map = mapOf(image.get());
     IrradianceAlg alg;
@@ -372,8 +371,8 @@ TEST(IrradianceAlg, IgnoresPixelsOutsideDiscAndCross)
     }
 }
 
-// The first nine coefficients of the test light of R. Green, Spherical Harmonic Lighting: The Gritty Details,
-// 2003: numbers by Monte Carlo integration there; here the closed form of the definition, within 1 / pi.
+// The test light of R. Green, Spherical Harmonic Lighting: The Gritty Details, 2003, and its coefficients.
+// Those printed there are from random samples and lie within 0.001.
 TEST(IrradianceAlg, GivesThePublishedCoefficientsOfTheTwoLobeLight)
 {
     auto const light = [](koLinear::VectorFlt d) {

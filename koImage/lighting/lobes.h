@@ -1,18 +1,16 @@
 // Ready reflectance functions.
 //
-// The lobes depend on one angle, alpha, between the light and the mirrored direction of the viewer:
+// Specular maps are seen along the normal. So each of these is a lobe around the normal, as it is seen along
+// it, and the same for every viewer: S depends on the angle theta of the light alone. Lobes that turn with
+// the mirrored viewer would look no different there, but would lose all that lies between the 10 degrees to
+// which viewers are expanded and the 20 degrees of the light: a narrow highlight would come out a third too
+// dark.
 //
-//   cos alpha = cos theta_i cos theta_o - sin theta_i sin theta_o cos phi
+// All have a colour that multiplies the samples. Where one of its channels is 0 there is no specular map: see
+// ReflectanceFunction::sample.
 //
-// theta_i of the light, theta_o of the viewer, phi between them. Seen along the normal, as specular maps are,
-// alpha is theta_i; seen from elsewhere the lobe is turned with the mirrored viewer, and goes on smoothly as
-// theta_o passes 90 degrees. Samples at phi and -phi are the same.
-//
-// All of them have a colour that multiplies the samples. Where one of its channels is 0 there is no specular
-// map: see ReflectanceFunction::sample.
-//
-// Lobes much narrower than the steps of the grid, 1.8 degrees, would fall between its samples, and maps of
-// degree 20 cannot show them. So the sharpness of each has a limit.
+// Lobes narrower than the 20 degrees of the light can show, some 9 degrees of angle across, are pointless,
+// and much narrower ones fall between the samples, 1.8 degrees apart. So the sharpness of each has a limit.
 //
 // Sources
 //   [1] B. T. Phong. Illumination for Computer Generated Pictures. Communications of the ACM 18 (6), 1975.
@@ -30,12 +28,12 @@
 
 namespace koImage {
 
-/// The Phong lobe S = (n + 1) / (2 pi) * max(0, cos alpha)^n.
+/// The Phong lobe S = (n + 1) / (2 pi) * max(0, cos theta)^n.
 ///
 ///   scale     light of radiance 1 from everywhere gives 1: the integral of cos^n over the hemisphere is
-///             2 pi / (n + 1). The samples make it 0.9995 for n = 5, 0.983 for 200
+///             2 pi / (n + 1). Its sum over the samples gives 0.9995 for n = 5, 0.983 for 200
 ///   exponent  n, from 0 to maxExponent; others count as the nearer end, NaN as 0
-///   source    [1], scaled as in [2]; the cosine of the light is left to the lobe
+///   source    [1], scaled as in [2]; the cosine of the light is part of the lobe
 class KOIMAGE_EXPORT PhongLobe final : public ReflectanceFunction {
 public:
     static constexpr double maxExponent = 200.0;
@@ -48,8 +46,7 @@ private:
     Double3 colour_;
 };
 
-/// A matt surface: S = max(0, cos theta_i) / pi, the same for every viewer. Light of radiance 1 from
-/// everywhere gives 1.
+/// A matt surface: S = max(0, cos theta) / pi. Light of radiance 1 from everywhere gives 1.
 class KOIMAGE_EXPORT Lambert final : public ReflectanceFunction {
 public:
     explicit Lambert(Double3 colour = {1.0, 1.0, 1.0});
@@ -59,11 +56,12 @@ private:
     Double3 colour_;
 };
 
-/// The microfacet lobe of the GGX distribution, as it is seen along the normal.
+/// The lobe of facets whose slopes follow the GGX distribution.
 ///
-///   derivation  A microfacet surface reflects D G F / (4 cos theta_i cos theta_o) [3, equation 20]; times
-///               cos theta_i, at cos theta_o = 1, without Fresnel's factor, S = D G / 4. The facets that
-///               mirror light from alpha to the viewer are tilted by half of alpha. With c = cos alpha > 0:
+///   derivation  Facets reflect D G F / (4 cos theta cos theta_o) [3, equation 20]. Times cos theta, along
+///   the
+///               normal (cos theta_o = 1) and without Fresnel's factor F that is S = D G / 4. The facets that
+///               mirror the light into the normal are tilted by half of theta. With c = cos theta above 0:
 ///
 ///                 h = (1 + c) / 2                                squared cosine of the tilt
 ///                 D = a^2 / (pi ((a^2 - 1) h + 1)^2)             [3, equation 33]
@@ -71,8 +69,8 @@ private:
 ///                                                                nothing hides a facet from above
 ///
 ///               and S = 0 elsewhere.
-///   scale       light of radiance 1 from everywhere gives what the facets send back at the first bounce:
-///               0.99 for roughness 0.3, 0.92 for 0.5, 0.31 for 1
+///   scale       light of radiance 1 from everywhere gives what facets reflect without a second bounce: 0.99
+///               for roughness 0.3, 0.92 for 0.5, 0.31 for 1
 ///   roughness   from minRoughness to 1; others count as the nearer end, NaN as 1. a = roughness^2 [4]
 class KOIMAGE_EXPORT GgxLobe final : public ReflectanceFunction {
 public:
@@ -90,6 +88,7 @@ private:
 /// sample, two million times, in storage order; what it throws is passed on.
 class KOIMAGE_EXPORT CallableReflectance final : public ReflectanceFunction {
 public:
+    /// Of the polar angles of light and viewer, and their difference in azimuth.
     using Function = std::function<Double3(double thetaIn, double thetaOut, double phi)>;
 
     /// The function must not be empty.

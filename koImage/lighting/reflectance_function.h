@@ -17,7 +17,7 @@ namespace koImage {
 ///
 /// Both polar angles run to nearly 180 degrees. Light from below the surface counts nothing: S is 0 beyond 90
 /// degrees of theta_i. But viewers there are part of the expansion: an S that is cut off beyond 90 degrees of
-/// theta_j makes maps too bright by some 12 %. Let it go on smoothly.
+/// theta_j makes maps too bright by an eighth. Let it go on smoothly.
 using ReflectanceSamples = koUtil::ArrayN<3, Double3>;
 
 /// The base class of all reflectances, and the key under which their specular maps are kept.
