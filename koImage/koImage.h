@@ -24,6 +24,7 @@
 #include "koImage/image/pixel_types.h"
 #include "koImage/image/swap_red_blue.h"
 #include "koImage/image/typed_image.h"
+#include "koImage/layout/mask_boundaries.h"
 #include "koImage/ops/arithmetic.h"
 #include "koImage/ops/average.h"
 #include "koImage/ops/blur.h"

@@ -1,6 +1,5 @@
 #include "koImage/envmap/lat_long_map.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace koImage {
@@ -27,15 +26,9 @@ bool LatLongMap::coordToDir(float u, float v, koLinear::VectorFlt& dir) const
 
 bool LatLongMap::coordToDir(float u, float v, koLinear::VectorFlt& dir, float& weight, bool wantWeight) const
 {
-    // The columns of the seam change places, as the header says. Not a wrap: 0 becomes 1.
-    if (u == 0.0f)
-        u = 1.0f;
-    else if (u == 1.0f)
-        u = 0.0f;
-
-    double const a = (2.0f * v - 1.0f) * pi * 0.5f;
-    double const b = (2.0f * u - 1.0f) * pi;
-    float const c = std::max(0.0f, static_cast<float>(std::cos(a)));
+    double const a = latitude(v);
+    double const b = longitude(u);
+    float const c = cosineOfLatitude(latitude(v));
     dir = {static_cast<float>(-std::sin(b) * double{c}), static_cast<float>(-std::cos(b) * double{c}),
            static_cast<float>(std::sin(a))};
     if (wantWeight)

@@ -14,6 +14,9 @@
 
 #include "koImage/envmap/environment_map.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace koImage {
 
 class KOIMAGE_EXPORT LatLongMap final : public EnvironmentMap {
@@ -32,6 +35,18 @@ public:
     /// With lat = asin(z) and lon = atan2(-x, -y): u = (lon / pi + 1) / 2, v = (2 lat / pi + 1) / 2. The
     /// signs of zeros choose the side of the seam.
     void dirToCoord(koLinear::VectorFlt const& dir, float& u, float& v) const override;
+
+    /// The angles a and b above. Rows share the one, columns the other.
+    static float latitude(float v) { return (2.0f * v - 1.0f) * pi * 0.5f; }
+    static float longitude(float u)
+    {
+        // The columns of the seam change places, as above. Not a wrap: 0 becomes 1.
+        float const seen = u == 0.0f ? 1.0f : u == 1.0f ? 0.0f : u;
+        return (2.0f * seen - 1.0f) * pi;
+    }
+
+    /// The c above, of a latitude.
+    static float cosineOfLatitude(float a) { return std::max(0.0f, static_cast<float>(std::cos(double{a}))); }
 
     /// Solid angle of one pixel at the equator [sr]: (pi / height) * (2 pi / width).
     float omegaFactor() const { return omegaFactor_; }

@@ -173,14 +173,16 @@ struct OrderBlock {
         harmonics::Tables const& tables = harmonics::tables();
         for (int lane = 0; lane < width; ++lane) {
             int const q = first + lane;
-            auto const at = [lane](Row& row) -> auto& { return row[index(lane / laneCount)]; };
+            auto const at = [lane](Row & row) -> auto&
+            {
+                return row[index(lane / laneCount)];
+            };
             for (int k = 0; k < azimuthSamples; ++k)
                 at(cosines[index(k)])[lane % laneCount] = tables.azimuthCos[index(k * q % azimuthSamples)];
             for (int degree = 0; degree <= maxDegree; ++degree)
                 for (int t = 0; t < polarSamples; ++t)
                     at(weights[index(degree)][index(t)])[lane % laneCount] =
-                        q > degree ? 0.0
-                                   : tables.polarSin[index(t)] * harmonics::legendrePart(degree, q, t);
+                        q > degree ? 0.0 : tables.polarSin[index(t)] * harmonics::legendrePart(degree, q, t);
         }
     }
 };

@@ -16,8 +16,8 @@ namespace koImage {
 /// Projects a light probe onto the real harmonics of degree 0 to 20.
 ///
 ///   probe     latitude-longitude, 100 rows: row r lies at polar angle r pi / 100, column x of W at azimuth
-///             x 2 pi / W; no half-pixel offset on either axis. Rows beyond 100 are left out; an image without
-///             pixels gives zeros
+///             x 2 pi / W; no half-pixel offset on either axis. Rows beyond 100 are left out; an image
+///             without pixels gives zeros
 ///   out       made of order 20: the integrals of light times Y_lm, left-end sums over both angles
 ///   numbers   columns first, each with a complex rotor that is multiplied from pixel to pixel; then rows
 ///   cost      0.3 ms for 200 x 100, 0.3 MB
@@ -35,8 +35,8 @@ KOIMAGE_EXPORT void computeLightCoeffs(TypedImage<Float3> const& probe, Spherica
 KOIMAGE_EXPORT void computeBrdfCoeffs(koUtil::ArrayN<3, Double3> const& samples,
                                       koUtil::ArrayN<3, Double3>& coeffs, int order);
 
-/// How many degrees the coefficients of a reflectance need to hold 97 % of its energy; prints five lines about
-/// it to standard output.
+/// How many degrees the coefficients of a reflectance need to hold 97 % of its energy; prints five lines
+/// about it to standard output.
 ///
 ///   brdf        21 x 21 x 21 coefficients of computeBrdfCoeffs, order 10
 ///   total       the energy of the reflectance, per channel

@@ -22,16 +22,18 @@ namespace {
 /// The same doubles to the bit, any NaN like any other.
 bool sameNumber(double a, double b)
 {
-    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) || (std::isnan(a) && std::isnan(b));
+    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) ||
+           (std::isnan(a) && std::isnan(b));
 }
 
 ::testing::AssertionResult sameColour(Double3 const& expected, Double3 const& actual)
 {
-    if (sameNumber(expected.r, actual.r) && sameNumber(expected.g, actual.g) && sameNumber(expected.b, actual.b))
+    if (sameNumber(expected.r, actual.r) && sameNumber(expected.g, actual.g) &&
+        sameNumber(expected.b, actual.b))
         return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << std::hexfloat << "expected " << expected.r << ' ' << expected.g << ' '
-                                         << expected.b << ", got " << actual.r << ' ' << actual.g << ' '
-                                         << actual.b;
+    return ::testing::AssertionFailure()
+           << std::hexfloat << "expected " << expected.r << ' ' << expected.g << ' ' << expected.b << ", got "
+           << actual.r << ' ' << actual.g << ' ' << actual.b;
 }
 
 SphericalHarmonics<Double3> lightOf(TypedImage<Float3> const& probe)
@@ -66,16 +68,6 @@ koUtil::ArrayN<3, Double3> newCoeffs()
     koUtil::ArrayN<3, Double3> coeffs(21, 21, 21);
     coeffs.fill(untouched);
     return coeffs;
-}
-
-koUtil::ArrayN<3, Double3> randomSamples(std::uint32_t seed)
-{
-    auto samples = newSamples();
-    Random random(seed);
-    for (std::int64_t i = 0; i < samples.size(); ++i)
-        samples.data()[i] = {randomChannel<double>(random), randomChannel<double>(random),
-                             randomChannel<double>(random) - 1};
-    return samples;
 }
 
 void expectSameCoeffs(koUtil::ArrayN<3, Double3> const& expected, koUtil::ArrayN<3, Double3> const& actual)
@@ -185,35 +177,44 @@ TEST(LightCoeffs, OfAHarmonicAreOneAndZeros)
         auto const light = lightOf(*probeOf([l = l, m = m](double theta, double phi) {
             double const polar =
                 std::sph_legendre(static_cast<unsigned>(l), static_cast<unsigned>(std::abs(m)), theta);
-            return polar * (m == 0 ? 1.0 : std::numbers::sqrt2) * (m < 0 ? std::sin(-m * phi) : std::cos(m * phi));
+            return polar * (m == 0 ? 1.0 : std::numbers::sqrt2) *
+                   (m < 0 ? std::sin(-m * phi) : std::cos(m * phi));
         }));
-        // The left-end sum over theta of a function that is 0 at both ends is the trapezoid rule; its error
-        // here is below 2e-4.
+        // The polar sum is the trapezoid rule with step h = pi / 100 for a function f that is 0 at both
+        // poles: by Euler and Maclaurin it lacks h^2 / 12 (f'(0) - f'(pi)), where only order 0 has a slope.
+        // The next term is below 1e-4.
         for (int k = 0; k <= 20; ++k)
-            for (int n = -k; n <= k; ++n)
-                EXPECT_NEAR(light.at(k, n).g, k == l && n == m ? 1.0 : 0.0, 5e-4)
+            for (int n = -k; n <= k; ++n) {
+                double const step = std::numbers::pi / 100;
+                double const slopes =
+                    m == 0 && n == 0 && (k + l) % 2 == 0 ? std::sqrt((2.0 * l + 1) * (2.0 * k + 1)) : 0.0;
+                EXPECT_NEAR(light.at(k, n).g, (k == l && n == m ? 1.0 : 0.0) - step * step / 12 * slopes,
+                            1e-4)
                     << l << ',' << m << " at " << k << ',' << n;
+            }
     }
 }
 
-// The example of R. Green, Spherical Harmonic Lighting: The Gritty Details, 2003, with the values printed there.
+// The example of R. Green, Spherical Harmonic Lighting: The Gritty Details, 2003, with the values printed
+// there.
 TEST(LightCoeffs, OfAPublishedLightAreThoseThatWerePublished)
 {
     auto const light = lightOf(*probeOf([](double theta, double phi) {
         return std::max(0.0, 5 * std::cos(theta) - 4) +
                std::max(0.0, -4 * std::sin(theta - std::numbers::pi) * std::cos(phi - 2.5) - 3);
     }));
-    double const published[] = {0.39880,  -0.21052, 0.28653, 0.28182, -0.31499,
-                                0.0,      0.13138,  0.0,     0.09318};
+    double const published[] = {0.39880, -0.21052, 0.28653, 0.28182, -0.31499, 0.0, 0.13138, 0.0, 0.09318};
+    // The grid ends at the pole, where the first lobe is brightest: 2e-4 of the third zonal one are lost
+    // there.
     for (int i = 0; i < 9; ++i)
-        std::printf("%d %f %f\n", i, light[i].r, published[i]);
+        EXPECT_NEAR(light[i].r, published[i], 2.5e-4) << i;
 }
 
 // --- Reflectance ---
 
 TEST(BrdfCoeffs, AreThoseOfTheirDefinitionToTheBit)
 {
-    auto const samples = randomSamples(1);
+    auto const samples = randomReflectance(1);
     for (int const order : {10, 0, 4, 20}) {
         SCOPED_TRACE(order);
         auto expected = newCoeffs();
@@ -226,7 +227,7 @@ TEST(BrdfCoeffs, AreThoseOfTheirDefinitionToTheBit)
 
 TEST(BrdfCoeffs, KeepInfinitiesInTheirOwnSums)
 {
-    auto samples = randomSamples(2);
+    auto samples = randomReflectance(2);
     samples(3, 40, 50).r = std::numeric_limits<double>::infinity();
     samples(99, 0, 199).g = std::numeric_limits<double>::quiet_NaN();
     auto expected = newCoeffs();
@@ -238,7 +239,7 @@ TEST(BrdfCoeffs, KeepInfinitiesInTheirOwnSums)
 
 TEST(BrdfCoeffs, TakeOrdersBeyondTheGridAsItsEnds)
 {
-    auto const samples = randomSamples(4);
+    auto const samples = randomReflectance(4);
     auto largest = newCoeffs();
     auto beyond = newCoeffs();
     computeBrdfCoeffs(samples, largest, 20);
@@ -258,7 +259,7 @@ TEST(BrdfCoeffs, OfArraysOfOtherDimensionsAreNotMade)
 
     koUtil::ArrayN<3, Double3> small(21, 21, 20);
     small.fill(untouched);
-    computeBrdfCoeffs(randomSamples(5), small, 10);
+    computeBrdfCoeffs(randomReflectance(5), small, 10);
     for (std::int64_t i = 0; i < small.size(); ++i)
         ASSERT_EQ(small.data()[i], untouched);
 }
@@ -348,7 +349,8 @@ TEST(ComputeOrder, CountsOnlyCoefficientsThatAreMade)
     auto const total = static_cast<double>(made);
     auto const orders = ordersOf(brdf, {total, total, total});
     EXPECT_EQ(orders.brdf, 10);
-    EXPECT_NE(orders.printed.find("Percentage accuracy is 100.000000 100.000000 100.000000\n"), std::string::npos)
+    EXPECT_NE(orders.printed.find("Percentage accuracy is 100.000000 100.000000 100.000000\n"),
+              std::string::npos)
         << orders.printed;
 }
 

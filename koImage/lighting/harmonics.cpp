@@ -83,8 +83,8 @@ Tables::Tables() : legendre{}
             }
             auto const& below2 = legendre[index(l - 2)][index(m)];
             double const near = std::sqrt((2.0 * l - 1) * (2 * l + 1) * (l - m) / (l + m));
-            double const far = std::sqrt((2.0 * l + 1) * (l - m) * (l - m - 1) * (l + m - 1) /
-                                         ((2.0 * l - 3) * (l + m)));
+            double const far =
+                std::sqrt((2.0 * l + 1) * (l - m) * (l - m - 1) * (l + m - 1) / ((2.0 * l - 3) * (l + m)));
             for (std::size_t t = 0; t < polarSamples; ++t)
                 value[t] = (polarCos[t] * near * below[t] - far * below2[t]) / (l - m);
         }

@@ -62,8 +62,8 @@ TEST(Harmonics, AreThoseOfTheirDefinitionToTheBit)
     });
 }
 
-// Against the standard library's functions of any angle. What differs is the root of two (3e-8) and, at degree
-// 20, the rounding of the recurrence.
+// Against the standard library's functions of any angle. What differs is the root of two (3e-8) and, at
+// degree 20, the rounding of the recurrence.
 TEST(Harmonics, AreTheRealHarmonicsWithTheCondonShortleyPhase)
 {
     eachBasisFunction([](int l, int m) {
@@ -148,7 +148,8 @@ TEST(Harmonics, OutsideTheBasisAreZero)
 {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
-    for (auto const& [l, m] : {std::pair{21, 0}, {-1, 0}, {3, 4}, {3, -4}, {20, 21}, {most, most}, {least, least}}) {
+    for (auto const& [l, m] :
+         {std::pair{21, 0}, {-1, 0}, {3, 4}, {3, -4}, {20, 21}, {most, most}, {least, least}}) {
         EXPECT_EQ(Y(l, m, 10.0, 10.0), 0.0) << l << ", " << m;
         EXPECT_EQ(legendrePart(l, m, 10), 0.0) << l << ", " << m;
         EXPECT_EQ(signedLegendre(l, m, 10), 0.0) << l << ", " << m;

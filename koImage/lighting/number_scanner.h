@@ -10,8 +10,8 @@
 
 #include <array>
 #include <charconv>
-#include <cstddef>
 #include <clocale>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -70,7 +70,7 @@ private:
 
     int peek()
     {
-        if (at_ == end_)
+        if (at_ == end_ && !ended_)
             refill();
         return at_ == end_ ? endOfFile : static_cast<unsigned char>(buffer_[at_]);
     }
@@ -88,7 +88,10 @@ private:
         std::memmove(buffer_.data(), buffer_.data() + at_, end_ - at_);
         end_ -= at_;
         at_ = 0;
-        end_ += std::fread(buffer_.data() + end_, 1, bufferBytes - end_, file_);
+        std::size_t const wanted = bufferBytes - end_;
+        std::size_t const got = std::fread(buffer_.data() + end_, 1, wanted, file_);
+        end_ += got;
+        ended_ = got < wanted;
         buffer_[end_] = '\0';
     }
 
@@ -97,7 +100,7 @@ private:
     bool readPlain(double& value)
     {
         constexpr std::size_t longest = 64;
-        if (end_ - at_ < longest)
+        if (end_ - at_ < longest && !ended_)
             refill();
 
         char const* const start = buffer_.data() + at_;
@@ -149,9 +152,12 @@ private:
         if (peek() == '+' || peek() == '-')
             text_ += take();
         switch (lower(peek())) {
-        case 'n': return takeWord("nan") && convert(value);
-        case 'i': return takeInfinity() && convert(value);
-        default: return takeNumber() && convert(value);
+        case 'n':
+            return takeWord("nan") && convert(value);
+        case 'i':
+            return takeInfinity() && convert(value);
+        default:
+            return takeNumber() && convert(value);
         }
     }
 
@@ -224,6 +230,7 @@ private:
     std::vector<char> buffer_;
     std::size_t at_ = 0;
     std::size_t end_ = 0;
+    bool ended_ = false;
     int line_ = 1;
     std::string text_;  // of one number that is not plain
 };

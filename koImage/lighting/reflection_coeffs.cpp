@@ -31,13 +31,15 @@ constexpr std::size_t index(int i)
 /// of -q would be the same.
 class Convolution {
 public:
-    Convolution(SphericalHarmonics<Double3> const& light, koUtil::ArrayN<3, Double3> const& brdf, int lightOrder)
+    Convolution(SphericalHarmonics<Double3> const& light, koUtil::ArrayN<3, Double3> const& brdf,
+                int lightOrder)
         : lightOrder_(std::min({lightOrder, light.order(), maxDegree}))
     {
         std::size_t size = 0;
         for (int q = 0; q <= outputDegree; ++q) {
             start_[index(q)] = size;
-            size += index(std::max(0, (lightOrder_ + 1) * (lightOrder_ + 1) - q * q) * (outputDegree + 1 - q));
+            size +=
+                index(std::max(0, (lightOrder_ + 1) * (lightOrder_ + 1) - q * q) * (outputDegree + 1 - q));
         }
         entries_.resize(size);
 
@@ -99,8 +101,11 @@ constexpr int rowsAtOnce = laneCount;
 
 class CreateSHRM : public koUtil::ThreadedAlg {
 public:
-    CreateSHRM(Convolution const& convolution, RotationTable const& rotations, TypedImage<HarmonicsPixel>& map)
-        : convolution_(convolution), rotations_(rotations), map_(map)
+    CreateSHRM(Convolution const& convolution, RotationTable const& rotations,
+               TypedImage<HarmonicsPixel>& map)
+        : convolution_(convolution),
+          rotations_(rotations),
+          map_(map)
     {
         harmonics::Tables const& tables = harmonics::tables();
         for (int x = 0; x < quarter; ++x)

@@ -12,8 +12,8 @@
 namespace koImage {
 
 /// Makes the reflection map: 200 x 100 pixels, pixel (x, t) for a surface that is tilted by t pi / 100 and
-/// then turned by x pi / 100 about the z axis, each the expansion to degree 10 of the light that it sends back
-/// over the directions of view in its own frame.
+/// then turned by x pi / 100 about the z axis, each the expansion to degree 10 of the light that it sends
+/// back over the directions of view in its own frame.
 ///
 ///   light       computeLightCoeffs; degrees that it does not hold count as 0
 ///   brdf        computeBrdfCoeffs

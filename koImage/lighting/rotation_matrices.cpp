@@ -1,15 +1,17 @@
 #include "koImage/lighting/rotation_matrices.h"
 
+#include "koBase/output_file.h"
 #include "koImage/lighting/number_scanner.h"
 #include "koImage/lighting/rotation_table.h"
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace koImage {
@@ -39,14 +41,15 @@ using SmallD = std::array<long double, maxDegree + 1>;
 
 SmallD smallD(int a, int b, long double theta)
 {
-    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a - b).
+    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a -
+    // b).
     long double binomial = 1;
     for (int i = 1; i <= a - b; ++i)
         binomial = binomial * static_cast<long double>(a + b + i) / static_cast<long double>(i);
     SmallD d{};
-    d[static_cast<std::size_t>(a)] =
-        std::sqrt(binomial) * std::pow(std::cos(theta / 2), static_cast<long double>(a + b)) *
-        std::pow(-std::sin(theta / 2), static_cast<long double>(a - b));
+    d[static_cast<std::size_t>(a)] = std::sqrt(binomial) *
+                                     std::pow(std::cos(theta / 2), static_cast<long double>(a + b)) *
+                                     std::pow(-std::sin(theta / 2), static_cast<long double>(a - b));
 
     long double const cosine = std::cos(theta);
     auto const root = [a, b](int l) {
@@ -59,7 +62,8 @@ SmallD smallD(int a, int b, long double theta)
             continue;
         }
         long double const below = l > a ? d[at - 1] : 0;
-        long double const slope = static_cast<long double>(l * (l + 1)) * cosine - static_cast<long double>(a * b);
+        long double const slope =
+            static_cast<long double>(l * (l + 1)) * cosine - static_cast<long double>(a * b);
         d[at + 1] = (static_cast<long double>(2 * l + 1) * slope * d[at] -
                      static_cast<long double>(l + 1) * root(l) * below) /
                     (static_cast<long double>(l) * root(l + 1));
@@ -129,49 +133,14 @@ RotationTable readTable(std::FILE* file, koUtil::Progress* progress)
     return table;
 }
 
-std::string textOf(RotationTable const& table, koUtil::Progress* progress)
+/// Writes a number as the shortest text that reads back as the same one.
+template <class Number>
+void writeNumber(koOS::OutputFile& file, Number number, char separator)
 {
-    std::string text;
-    text.reserve(std::size_t{14} << 20);
-    auto const append = [&text](auto number, char separator) {
-        std::array<char, 32> digits;
-        auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-        text.append(digits.data(), end) += separator;
-    };
-    for (int l = 0; l <= maxDegree; ++l) {
-        koUtil::setProgress(progress, l / 21.0);
-        for (int t = 0; t < RotationTable::tilts; ++t) {
-            append(l, ' ');
-            append(t, '\n');
-            for (int m = -l; m <= l; ++m)
-                for (int n = -l; n <= l; ++n)
-                    append(table.at(l, m, n)[t], n < l ? ' ' : '\n');
-        }
-    }
-    return text;
-}
-
-/// Gives `path` this content by way of a neighbouring file: as a whole or not at all.
-koUtil::Error replaceFile(char const* path, std::string const& content)
-{
-    std::string const temporary = std::string(path) + ".part";
-    auto const failure = [path] { return koUtil::Error(1, "%s cannot be written: %s.", path, std::strerror(errno)); };
-    File file(std::fopen(temporary.c_str(), "wb"));
-    if (file == nullptr)
-        return failure();
-    if (std::fwrite(content.data(), 1, content.size(), file.get()) != content.size() ||
-        std::fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 || std::fclose(file.release()) != 0 ||
-        std::rename(temporary.c_str(), path) != 0) {
-        koUtil::Error error = failure();
-        std::remove(temporary.c_str());
-        return error;
-    }
-    return {};
-}
-
-koUtil::Error lineError(char const* path, int line, std::string const& reason)
-{
-    return {1, "%s, line %d: %s", path, line, reason.c_str()};
+    std::array<char, 32> text;
+    char* const end = std::to_chars(text.data(), text.data() + text.size() - 1, number).ptr;
+    *end = separator;
+    file.write(std::as_bytes(std::span(text.data(), end + 1)));
 }
 
 }  // namespace
@@ -210,10 +179,20 @@ double rotationMatrixEntry(int l, int m, int n, int t)
 
 koUtil::Error writeRotationMatrixFile(char const* path, koUtil::Progress* progress)
 {
-    koUtil::Error error = replaceFile(path, textOf(computeTable(), progress));
-    if (!error)
-        koUtil::setProgress(progress, 1.0);
-    return error;
+    koUtil::setProgress(progress, 0.0);
+    RotationTable const table = computeTable();
+    koOS::OutputFile file(path);
+    for (int l = 0; l <= maxDegree; ++l) {
+        for (int t = 0; t < RotationTable::tilts; ++t) {
+            writeNumber(file, l, ' ');
+            writeNumber(file, t, '\n');
+            for (int m = -l; m <= l; ++m)
+                for (int n = -l; n <= l; ++n)
+                    writeNumber(file, table.at(l, m, n)[t], n < l ? ' ' : '\n');
+        }
+        koUtil::setProgress(progress, (l + 1.0) / (maxDegree + 1));
+    }
+    return file.commit();
 }
 
 koUtil::Error verifyRotationMatrixFile(char const* path)
@@ -224,37 +203,37 @@ koUtil::Error verifyRotationMatrixFile(char const* path)
 
     RotationTable const expected = computeTable();
     NumberScanner scanner(file.get());
+    auto const fault = [&](int line, std::string const& reason) {
+        return koUtil::Error(1, "%s, line %d: %s.", path, line, reason.c_str());
+    };
+    auto const missing = [&](std::string const& what) {
+        return fault(scanner.line(), "expected " + what + (scanner.atEnd() ? "; the file ends here" : ""));
+    };
     for (int l = 0; l <= maxDegree; ++l)
         for (int t = 0; t < RotationTable::tilts; ++t) {
-            auto const where = [l, t](char const* what) {
-                return std::string(what) + " of degree " + std::to_string(l) + ", tilt " + std::to_string(t);
-            };
+            std::string const matrix =
+                "the matrix of degree " + std::to_string(l) + ", tilt " + std::to_string(t);
             if (!scanner.skipInt() || !scanner.skipInt())
-                return lineError(path, scanner.line(), where("expected the two integers before the matrix") + '.');
+                return missing("the two integers before " + matrix);
             for (int m = -l; m <= l; ++m)
                 for (int n = -l; n <= l; ++n) {
                     scanner.skipSpace();
-                    int const line = scanner.line();
                     double value;
                     if (!scanner.readDouble(value))
-                        return lineError(path, line,
-                                         where("expected an entry of the matrix") +
-                                             (scanner.atEnd() ? "; the file ends here." : "."));
+                        return missing("an entry of " + matrix);
 
                     // Not a number is wrong, too.
                     constexpr double tolerance = 1e-6;
                     double const right = expected.at(l, m, n)[t];
                     if (!(std::abs(value - right) <= tolerance))
-                        return lineError(path, line,
-                                         "entry (" + std::to_string(m) + ", " + std::to_string(n) + ") " +
-                                             where("of the matrix") + " is " + std::to_string(value) +
-                                             " instead of " + std::to_string(right) + '.');
+                        return fault(scanner.line(), "entry (" + std::to_string(m) + ", " +
+                                                         std::to_string(n) + ") of " + matrix + " is " +
+                                                         std::to_string(value) + " instead of " +
+                                                         std::to_string(right));
                 }
         }
     scanner.skipSpace();
-    if (!scanner.atEnd())
-        return lineError(path, scanner.line(), "more text after the last matrix.");
-    return {};
+    return scanner.atEnd() ? koUtil::Error() : fault(scanner.line(), "more text after the last matrix");
 }
 
 }  // namespace koImage

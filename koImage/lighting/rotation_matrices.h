@@ -14,8 +14,8 @@
 // The transposed matrices would turn every specular map by 180 degrees about the z axis.
 //
 // The file: for each degree l = 0 .. 20 and, within it, each tilt t pi / 100, t = 0 .. 99, two integers that
-// nobody reads (ours: l and t) and the (2 l + 1)^2 entries, row by row; all separated by white space. 1,234,100
-// entries.
+// nobody reads (ours: l and t) and the (2 l + 1)^2 entries, row by row; all separated by white space.
+// 1,234,100 entries.
 #pragma once
 
 #include "koBase/error.h"
@@ -45,7 +45,7 @@ KOIMAGE_EXPORT double rotationMatrixEntry(int l, int m, int n, int t);
 
 /// Writes the file that initializeReflectance reads.
 ///
-///   numbers   each entry within 1e-15, as the shortest text that reads back as the same double
+///   numbers   each entry within 1e-14, as the shortest text that reads back as the same double
 ///   file      about 13 MB, there as a whole or not at all: one that stood there stays until then
 ///   progress  from 0 to 1
 ///   failure   an error that tells the file and the reason

@@ -1,11 +1,12 @@
-// The lighting pipeline as it is defined, step by step and one pixel at a time: what the tests compare with to
-// the bit, and the yardstick of the benchmarks.
+// The lighting pipeline as it is defined, step by step and one pixel at a time: what the tests compare with
+// to the bit, and the yardstick of the benchmarks.
 #pragma once
 
 #include "koBase/array_n.h"
 #include "koImage/image/typed_image.h"
 #include "koImage/lighting/rotation_matrices.h"
 #include "koImage/lighting/spherical_harmonics.h"
+#include "koImage/testing/test_images.h"
 
 #include <algorithm>
 #include <array>
@@ -165,12 +166,15 @@ inline SphericalHarmonics<Double3> lightByHand(TypedImage<Float3> const& probe)
                                                     (b.real() - a.real()) * half};
             }
         for (int i = 0; i < 441; ++i)
-            (channel == 0 ? light[i].r : channel == 1 ? light[i].g : light[i].b) = real[std::size_t(i)].real();
+            (channel == 0   ? light[i].r
+             : channel == 1 ? light[i].g
+                            : light[i].b) = real[std::size_t(i)].real();
     }
     return light;
 }
 
-inline void brdfByHand(koUtil::ArrayN<3, Double3> const& samples, koUtil::ArrayN<3, Double3>& coeffs, int order)
+inline void brdfByHand(koUtil::ArrayN<3, Double3> const& samples, koUtil::ArrayN<3, Double3>& coeffs,
+                       int order)
 {
     HarmonicsByHand const& basis = HarmonicsByHand::get();
     koUtil::ArrayN<3, Double3> f(100, 100, 21);
@@ -286,6 +290,17 @@ inline void specularMapByHand(TypedImage<HarmonicsPixel> const& reflection, std:
             value = (value < 0 ? 0 : value) * scale;
         out.pixels()[i] = {float(sum.c[0]), float(sum.c[1]), float(sum.c[2])};
     }
+}
+
+/// Samples of a reflectance that is none: any numbers, some negative.
+inline koUtil::ArrayN<3, Double3> randomReflectance(std::uint32_t seed)
+{
+    koUtil::ArrayN<3, Double3> samples(100, 100, 200);
+    Random random(seed);
+    for (std::int64_t i = 0; i < samples.size(); ++i)
+        samples.data()[i] = {randomChannel<double>(random), randomChannel<double>(random),
+                             randomChannel<double>(random) - 1};
+    return samples;
 }
 
 }  // namespace koImage::testing
