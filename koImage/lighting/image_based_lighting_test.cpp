@@ -11,6 +11,7 @@
 #include "koImage/lighting/rotation_matrices.h"
 #include "koImage/lighting/specular_map.h"
 #include "koImage/ops/blur.h"
+#include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/test_images.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -26,8 +27,6 @@
 #include <numeric>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 namespace koImage {
 
@@ -39,43 +38,11 @@ namespace {
 using MapRef = ko::Reference<EnvironmentMap>;
 using Vector = std::array<double, 3>;
 
-// --- The matrix file, made once for each process, and other files beside it ---
-
-class Folder {
-public:
-    Folder() : path_(::testing::TempDir() + "lighting_" + std::to_string(::getpid()) + "/")
-    {
-        std::filesystem::create_directories(path_);
-    }
-    ~Folder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Folder(Folder const&) = delete;
-    Folder& operator=(Folder const&) = delete;
-
-    std::string file(std::string const& name) const { return path_ + name; }
-
-private:
-    std::string path_;
-};
-
-Folder const& folder()
-{
-    static Folder const once;
-    return once;
-}
-
+/// Made once for each process.
 std::string const& matrixFile()
 {
-    static std::string const once = [] {
-        std::string name = folder().file("matrices.txt");
-        koUtil::Error const error = writeRotationMatrixFile(name.c_str(), nullptr);
-        EXPECT_EQ(error.code(), 0) << error.message();
-        return name;
-    }();
-    return once;
+    static LoadedRotations const rotations;
+    return rotations.path();
 }
 
 /// Starts without matrices, with the good file named.
@@ -83,8 +50,8 @@ class Lighting : public ::testing::Test {
 protected:
     Lighting()
     {
-        finalizeReflectance();
         ImageBasedLighting::setRotationMatrixFilename(matrixFile());
+        finalizeReflectance();
     }
     ~Lighting() override
     {
@@ -566,7 +533,7 @@ TEST_F(ImageBasedLightingTest, ReadsTheMatricesAgainWhenTheyHaveBeenReleased)
 
 TEST_F(ImageBasedLightingTest, MakesFiniteMapsOfShortAndDamagedMatrixFiles)
 {
-    std::string const name = folder().file("damaged.txt");
+    std::string const name = matrixFile() + ".damaged";
     std::string whole;
     {
         std::ifstream in(matrixFile(), std::ios::binary);
@@ -589,6 +556,7 @@ TEST_F(ImageBasedLightingTest, MakesFiniteMapsOfShortAndDamagedMatrixFiles)
         EXPECT_TRUE(isFinite(imageIn(map)));
     }
     EXPECT_NE(verifyRotationMatrixFile(name.c_str()).code(), 0) << "the check tells such files";
+    std::remove(name.c_str());
 }
 
 TEST_F(ImageBasedLightingTest, TellsHowFarItIsAndWhichStagesAreDone)

@@ -1,5 +1,6 @@
 #include "koImage/lighting/irradiance.h"
 
+#include "koImage/envmap/bilinear.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/image/channels.h"
 #include "koImage/image/half_runs.h"
@@ -90,11 +91,6 @@ void weigh(std::span<Half4 const> pixels, float const* weights, Float3* colours)
         colours[i] = {floats[i].r, floats[i].g, floats[i].b};
 }
 
-float centreOf(int pixel, float inverseSize)
-{
-    return (static_cast<float>(pixel) + 0.5f) * inverseSize;
-}
-
 /// Calls addRow(y, pixels of row y) for every row; where the array ends early, so do the rows.
 template <class Pixel, class AddRow>
 void forEachRow(Image const& image, AddRow const& addRow)
@@ -142,27 +138,6 @@ void accumulatePixels(EnvironmentMap const& map, Image const& image, Sums& sums)
     flush();
 }
 
-// The two parts of LatLongMap::coordToDir.
-constexpr float pi = 3.1415927f;
-
-void columnDirection(float u, double& x, double& y)
-{
-    if (u == 0.0f)
-        u = 1.0f;
-    else if (u == 1.0f)
-        u = 0.0f;
-    double const b = (2.0f * u - 1.0f) * pi;
-    x = -std::sin(b);
-    y = -std::cos(b);
-}
-
-void rowDirection(float v, float& c, float& z)
-{
-    double const a = (2.0f * v - 1.0f) * pi * 0.5f;
-    c = std::max(0.0f, static_cast<float>(std::cos(a)));
-    z = static_cast<float>(std::sin(a));
-}
-
 /// A LatLongMap: only the longitude differs along a row, and only the latitude along a column.
 template <class Pixel>
 void accumulateLatLong(LatLongMap const& map, Image const& image, Sums& sums)
@@ -171,16 +146,18 @@ void accumulateLatLong(LatLongMap const& map, Image const& image, Sums& sums)
         std::min(pixelsOf<Pixel>(image).size(), static_cast<std::size_t>(std::max(image.width(), 0)));
     std::vector<double> columnX(columns);
     std::vector<double> columnY(columns);
-    for (std::size_t x = 0; x < columns; ++x)
-        columnDirection(centreOf(static_cast<int>(x), image.invWidth()), columnX[x], columnY[x]);
+    for (std::size_t x = 0; x < columns; ++x) {
+        double const b = LatLongMap::longitude(centreOf(static_cast<int>(x), image.invWidth()));
+        columnX[x] = -std::sin(b);
+        columnY[x] = -std::cos(b);
+    }
 
     Run run;
     std::array<float, Run::capacity> weights;
     forEachRow<Pixel>(image, [&](int y, std::span<Pixel const> row) {
-        float c = 0.0f;
-        float z = 0.0f;
-        rowDirection(centreOf(y, image.invHeight()), c, z);
-        run.z.fill(z);
+        float const a = LatLongMap::latitude(centreOf(y, image.invHeight()));
+        float const c = LatLongMap::cosineOfLatitude(a);
+        run.z.fill(static_cast<float>(std::sin(double{a})));
         weights.fill(c * map.omegaFactor());
         for (std::size_t first = 0; first < row.size(); first += Run::capacity) {
             run.count = std::min(Run::capacity, row.size() - first);

@@ -66,7 +66,7 @@ public:
     ///            (3 z) z - 1 for degree 2, order 0
     ///   Half4    (pixel * solid angle) and its product with 0.31830987 round to half
     ///   cost     one pass. A LatLongMap takes its sines and cosines once for every row and column, and two
-    ///            floats of memory for every column; of other maps each pixel's direction is computed
+    ///            doubles of memory for every column; of other maps each pixel's direction is computed
     ///   source   [1], equations 3 and 10, and the differences above
     void accumulate(EnvironmentMap const& map);
 
