@@ -2,13 +2,18 @@
 // beside copies of them.
 #include "koImage/lighting/image_based_lighting.h"
 
+#include "koBase/thread_pool.h"
+#include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/lobes.h"
 #include "koImage/testing/lighting_by_hand.h"
 #include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/side_by_side.h"
 #include "koImage/testing/test_images.h"
 
+#include <chrono>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 namespace koImage {
 
@@ -33,7 +38,8 @@ private:
     Double3 energy_;
 };
 
-/// From the light coefficients on; the order analysis prints to standard output, so send that elsewhere.
+/// From the light coefficients on; "after sampling" leaves out what the user's function takes and the memory
+/// for its samples. The order analysis prints to standard output: send that elsewhere.
 void BM_specularMap(benchmark::State& state)
 {
     LoadedRotations const rotations;
@@ -45,6 +51,17 @@ void BM_specularMap(benchmark::State& state)
     koUtil::Error error;
     lighting.setLightProbe(probe.get(), error);
     lighting.updateLightCoeffs(nullptr);
+
+    static std::chrono::steady_clock::time_point sampled;
+    static std::vector<double> afterSampling;
+    afterSampling.clear();
+    auto const observer = observeCheckpoints([](char const* label) {
+        auto const now = std::chrono::steady_clock::now();
+        if (std::string_view(label) == "brdf sampling")
+            sampled = now;
+        if (std::string_view(label) == "view-dependent texture")
+            afterSampling.push_back(std::chrono::duration<double, std::milli>(now - sampled).count());
+    });
     sideBySide(
         state, {20000, 20000 * std::int64_t{sizeof(Float3)}},
         [&] {
@@ -61,6 +78,9 @@ void BM_specularMap(benchmark::State& state)
             auto const map = imageOf<Float3>({200, 100});
             specularMapByHand(*reflection, {0.0, 0.0, 1.0}, 10, 1.0, *map);
         });
+    observeCheckpoints(observer);
+    state.counters["after sampling"] = medianOf(afterSampling);
+    state.counters["threads"] = koUtil::ThreadPool::get().threadCount();
 }
 
 /// Blur and reduction, irradiance and light coefficients.

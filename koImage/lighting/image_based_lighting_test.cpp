@@ -5,7 +5,6 @@
 #include "koImage/envmap/resize.h"
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/coefficients.h"
-#include "koImage/lighting/harmonics.h"
 #include "koImage/lighting/lobes.h"
 #include "koImage/lighting/reflection_coeffs.h"
 #include "koImage/lighting/rotation_matrices.h"
@@ -244,14 +243,14 @@ std::array<double, 3> radianceByHand(TypedImage<Float3> const& map, Vector const
     return sum;
 }
 
-/// Relative rms difference between a specular map and the integral, over every 13th column and 7th row.
+/// Relative rms difference between a specular map and the integral, over every 17th column and 9th row.
 double relativeError(TypedImage<Float3> const& map, TypedImage<Float3> const& probe,
                      std::function<double(double)> const& lobe)
 {
     double difference = 0.0;
     double total = 0.0;
-    for (int r = 0; r < 100; r += 7)
-        for (int x = 0; x < 200; x += 13) {
+    for (int r = 0; r < 100; r += 9)
+        for (int x = 0; x < 200; x += 17) {
             auto const expected = radianceByHand(probe, gridDirection(x, r), lobe);
             Float3 const& p = map.pixels()[200 * r + x];
             std::array<double, 3> const actual{p.r, p.g, p.b};
@@ -785,22 +784,22 @@ TEST_F(VerifyLightProbe, RefusesEveryProbeThatGivesAMapThatIsNotFinite)
         probes.push_back(hostileImage<Float3>(size, 1));
     }
     Lambert const lobe;
-    int finite = 0;
+    int accepted = 0;
     for (auto const& probe : probes) {
+        SCOPED_TRACE(probe->width());
         ImageBasedLighting lighting;
         setProbe(lighting, probe.get());
-        EnvironmentMap const* const map = lighting.getSpecularMap(lobe, nullptr);
-        ASSERT_NE(map, nullptr);
+        lighting.updateLightCoeffs(nullptr);
         if (verifyLightProbe(*probe).code() != 0)
             continue;
-        ++finite;
-        EXPECT_TRUE(isFinite(imageIn(map))) << probe->width() << " x " << probe->height();
+        ++accepted;
+        EXPECT_TRUE(isFinite(imageIn(lighting.getSpecularMap(lobe, nullptr))));
         Irradiance irradiance;
         lighting.getIrradiance(irradiance, nullptr);
         EXPECT_TRUE(std::all_of(irradiance.green.data(), irradiance.green.data() + 16,
                                 [](double element) { return std::isfinite(element); }));
     }
-    EXPECT_EQ(finite, 16);
+    EXPECT_EQ(accepted, 16);
 }
 
 // --- Physics ---
@@ -844,50 +843,11 @@ TEST_F(SpecularMaps, AreBrightestInTheDirectionOfTheLight)
             probeOf({400, 200}, [&](Vector const& d) { return grey(dot(d, sun) > 0.995 ? 100.0 : 0.1); });
         ImageBasedLighting lighting;
         setProbe(lighting, image.get());
-        int key = 0;
-        for (double const exponent : {5.0, 50.0}) {
-            PhongLobe lobe(exponent);
-            lobe.setKey(++key);
-            EnvironmentMap const* const map = lighting.getSpecularMap(lobe, nullptr);
-            Vector const brightest = directionOf(brightestPixel(imageIn(map)));
-            // Within two pixels of 1.8 degrees.
-            EXPECT_GT(dot(brightest, sun), std::cos(3.6 * pi / 180)) << "sun " << sun[0] << ", " << sun[1];
-        }
+        EnvironmentMap const* const map = lighting.getSpecularMap(PhongLobe(20.0), nullptr);
+        Vector const brightest = directionOf(brightestPixel(imageIn(map)));
+        // Within two pixels of 1.8 degrees.
+        EXPECT_GT(dot(brightest, sun), std::cos(3.6 * pi / 180)) << "sun " << sun[0] << ", " << sun[1];
     }
-}
-
-// Seen along the normal only the orders 0 of the reflectance remain, and each degree of the light is
-// multiplied by one number: no rotation matrix is needed.
-TEST_F(SpecularMaps, AreAConvolutionOfTheLight)
-{
-    auto const image = randomImage<Float3>({300, 150}, 12);
-    ImageBasedLighting lighting;
-    setProbe(lighting, image.get());
-    GgxLobe const lobe(0.5, {1.0, 0.7, 0.4});
-    TypedImage<Float3> const& map = imageIn(lighting.getSpecularMap(lobe, nullptr));
-
-    MapRef const reduced = reducedProbe(*lighting.getReflectionMap());
-    SphericalHarmonics<Double3> light(20);
-    computeLightCoeffs(imageIn(reduced.get()), light);
-    ReflectanceSamples samples(100, 100, 200);
-    lobe.sample(samples);
-    koUtil::ArrayN<3, Double3> brdf(21, 21, 21);
-    computeBrdfCoeffs(samples, brdf, 10);
-
-    for (int r = 0; r < 100; r += 3)
-        for (int x = 0; x < 200; x += 7) {
-            double sum = 0.0;
-            for (int l = 0; l <= 20; ++l) {
-                double factor = 0.0;
-                for (int p = 0; p <= 10; ++p)
-                    factor += brdf(l, p, 0).g * harmonics::Y(p, 0, 0.0, 0.0);
-                double degree = 0.0;
-                for (int m = -l; m <= l; ++m)
-                    degree += light.at(l, m).g * harmonics::Y(l, m, r, x);
-                sum += std::sqrt(2 * pi) * std::sqrt(4 * pi / (2 * l + 1)) * factor * degree;
-            }
-            EXPECT_NEAR(map.pixels()[200 * r + x].g, std::max(sum, 0.0), 1e-6) << x << ", " << r;
-        }
 }
 
 TEST_F(SpecularMaps, AreTooBrightWhereTheReflectanceIsCutOffAtTheHorizonOfTheViewer)

@@ -93,10 +93,8 @@ Coefficients coefficientsByHand(EnvironmentMap const& map)
     auto const pixels = pixelsOf<Pixel>(image);
     float sums[9][3] = {};
     std::size_t i = 0;
-    for (int py = 0; py < image.height(); ++py)
-        for (int px = 0; px < image.width(); ++px, ++i) {
-            if (i >= pixels.size())
-                continue;
+    for (int py = 0; py < image.height() && i < pixels.size(); ++py)
+        for (int px = 0; px < image.width() && i < pixels.size(); ++px, ++i) {
             koLinear::VectorFlt d;
             float weight = 0.0f;
             if (!map.coordToDir((static_cast<float>(px) + 0.5f) * image.invWidth(),
@@ -223,7 +221,7 @@ TYPED_TEST(IrradianceAlgTyped, EqualsItsDefinitionOnHostileValues)
 
 TYPED_TEST(IrradianceAlgTyped, ReadsNothingBeyondTheArray)
 {
-    // Every size, and maps whose image has another shape or no pixels.
+    // Maps whose image has another shape, rows that its array does not hold, or no pixels.
     auto const check = [](EnvironmentMap& map, Image* image) {
         map.setImage(image);
         EXPECT_TRUE(sameCoefficients(coefficientsByHand<TypeParam>(map), coefficientsOf(map)));
@@ -233,17 +231,12 @@ TYPED_TEST(IrradianceAlgTyped, ReadsNothingBeyondTheArray)
             SCOPED_TRACE(::testing::Message() << size);
             ImageRef<TypeParam> image = imageOf<TypeParam>(size);
             randomise(*image, 3);
-            // Rows of 65536 pixels that the array does not hold: nothing to compare with in time.
-            if (std::int64_t{size.width} * size.height > 100000 && image->arrayLength() < 1)
-                continue;
             MapRef latLong(new LatLongMap(8, 4));
             MapRef sphere(new SphereMap(4));
             MapRef cross(new CrossMap(4, true));
             check(*latLong, image.get());
-            if (image->arrayLength() < 10000) {
-                check(*sphere, image.get());
-                check(*cross, image.get());
-            }
+            check(*sphere, image.get());
+            check(*cross, image.get());
         }
 }
 
