@@ -6,7 +6,7 @@
 include(CMakePackageConfigHelpers)
 set(KO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/koImage)
 
-foreach(library IN ITEMS koBase koImage)
+foreach(library IN ITEMS koBase koPacketFile koImage)
     set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${library} EXPORT ${library}Targets
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
@@ -16,8 +16,8 @@ foreach(library IN ITEMS koBase koImage)
 endforeach()
 
 foreach(variant IN LISTS KO_VARIANTS)
-    set_target_properties(koImage_${variant} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
-    install(TARGETS koImage_${variant}
+    set_target_properties(koPacketFile_${variant} koImage_${variant} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
+    install(TARGETS koPacketFile_${variant} koImage_${variant}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/${variant} COMPONENT runtime NAMELINK_SKIP)
 endforeach()
 
