@@ -23,3 +23,4 @@
 #include "koImage/ops/average.h"
 #include "koImage/ops/blur.h"
 #include "koImage/ops/interpolate.h"
+#include "koImage/packet/image_packet.h"

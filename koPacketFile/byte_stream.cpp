@@ -25,6 +25,12 @@ bool MemorySink::commit()
     return true;
 }
 
+bool FileSink::commit()
+{
+    error_ = file_.commit();
+    return !error_;
+}
+
 std::ptrdiff_t MemorySource::read(std::span<std::byte> buffer)
 {
     std::size_t const count = std::min(buffer.size(), rest_.size());

@@ -1,6 +1,9 @@
 // Where the bytes of a packet file go to, and where they come from.
 #pragma once
 
+#include "koBase/error.h"
+#include "koBase/filename.h"
+#include "koBase/output_file.h"
 #include "koPacketFile/export.h"
 
 #include <cstddef>
@@ -8,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace koPacketFile {
@@ -35,6 +39,22 @@ public:
 private:
     std::vector<std::byte> written_;
     std::vector<std::byte> bytes_;
+};
+
+/// A file that appears whole under its name, or not at all: see koOS::OutputFile.
+class KOPACKETFILE_EXPORT FileSink : public ByteSink {
+public:
+    explicit FileSink(koOS::Filename name) : file_(std::move(name)) {}
+
+    bool write(std::span<std::byte const> bytes) override { return file_.write(bytes); }
+    bool commit() override;
+
+    /// After a commit that failed: the name of the file and the system's reason.
+    koUtil::Error const& error() const { return error_; }
+
+private:
+    koOS::OutputFile file_;
+    koUtil::Error error_;
 };
 
 /// Gives bytes in order.

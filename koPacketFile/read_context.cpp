@@ -442,10 +442,8 @@ bool ioReadContext::expectElements(std::uint64_t count, std::uint32_t elementByt
 void ioReadContext::elementsArrived(std::uint64_t start, std::uint64_t count)
 {
     Entry* const entry = current_ ? current_->owner : nullptr;
-    if (entry == nullptr || count > entry->expected || start > entry->expected - count) {
-        fail(Problem::Misuse);
+    if (entry == nullptr || count > entry->expected || start > entry->expected - count)
         return;
-    }
 
     // In order, as writers write them, nothing lies behind a gap.
     std::uint64_t first = std::max(start, entry->arrivedUpTo);

@@ -158,7 +158,8 @@ public:
     /// hold them: the packet fails with PromiseTooLarge.
     [[nodiscard]] bool expectElements(std::uint64_t count, std::uint32_t elementBytes);
 
-    /// Notes that these elements of the object that readOwner returned last have arrived.
+    /// Notes that these elements of the object that readOwner returned last have arrived. Elements that were
+    /// not announced do not count.
     void elementsArrived(std::uint64_t start, std::uint64_t count);
 
     /// How many bytes the file has after this packet, where its size is known.
