@@ -1,0 +1,63 @@
+// A file that appears whole under its name, or not at all.
+#pragma once
+
+#include "koBase/error.h"
+#include "koBase/export.h"
+#include "koBase/filename.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace koOS {
+
+/// Bytes are gathered in a file without a name; commit() gives it the name, in one step, in the place of what
+/// stood there. Without commit nothing changes: neither an error, an exception nor a killed program leaves a
+/// trace.
+///
+///     OutputFile file(name);
+///     file.write(bytes);
+///     if (koUtil::Error error = file.commit())
+///         return error;
+///
+///   name      of a regular file, or of none yet. A symbolic link stays, the file that it leads to is
+///   replaced mode      of the file that was there, else what the umask leaves of 0666. The owner is the
+///   program's disk      bytes and name are synced before commit returns failure   the first one is kept:
+///   writing goes on without effect, commit reports it, with the file's name
+///             and the system's reason. A folder that cannot be synced is reported although the file is there
+///   limits    where the file system knows no files without names (or /proc is missing), a killed program
+///             leaves a file `.ko-<number>.tmp`; elsewhere it does if killed in the instant in which an older
+///             file is replaced
+class KOBASE_EXPORT OutputFile {
+public:
+    explicit OutputFile(Filename name);
+    ~OutputFile();
+    OutputFile(OutputFile const&) = delete;
+    OutputFile& operator=(OutputFile const&) = delete;
+
+    /// Appends. Whether all went well so far; bytes may still be in the buffer then.
+    bool write(std::span<std::byte const> bytes) noexcept;
+
+    /// Makes the file appear. Call it once; nothing can be written afterwards.
+    [[nodiscard]] koUtil::Error commit();
+
+private:
+    void open();
+    void openNamed();
+    void send(std::span<std::byte const> bytes);
+    void publish();
+    void fail(int reason);
+    bool linkAs(std::string const& entry);
+    void close();
+
+    Filename name_;
+    std::vector<std::byte> buffer_;
+    int reason_ = 0;  // of the first failure, a number of the system
+    int folder_ = -1;
+    int file_ = -1;
+    std::string entry_;      // the name in the folder
+    std::string temporary_;  // the name that the file has in the folder for now, or empty
+};
+
+}  // namespace koOS

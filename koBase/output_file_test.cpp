@@ -1,0 +1,3 @@
+#include "koBase/output_file.h"
+
+#include <gtest/gtest.h>
