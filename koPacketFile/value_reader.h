@@ -34,6 +34,9 @@ public:
     /// Whether there is another value in this chunk.
     bool hasValues() const;
 
+    /// Whether nothing follows in the packet, or the sub-packet that is open.
+    bool atEnd() const { return problem_ != Problem::None || body_ == nullptr || at_ == end(); }
+
     /// Goes on to the next chunk of the packet, or of the sub-packet that is open, whatever is left in this
     /// one. There is always one more: it may be empty.
     void nextChunk();
