@@ -6,11 +6,6 @@
 include(CMakePackageConfigHelpers)
 set(KO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/koImage)
 
-set(libraries koBase koImage)
-if(KO_BUILD_IO)
-    list(APPEND libraries koImageIO)
-endif()
-foreach(library IN LISTS libraries)
     set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${library} EXPORT ${library}Targets
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
@@ -20,8 +15,8 @@ foreach(library IN LISTS libraries)
 endforeach()
 
 foreach(variant IN LISTS KO_VARIANTS)
-    set_target_properties(koImage_${variant} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
-    install(TARGETS koImage_${variant}
+    set_target_properties(koPacketFile_${variant} koImage_${variant} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
+    install(TARGETS koPacketFile_${variant} koImage_${variant}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/${variant} COMPONENT runtime NAMELINK_SKIP)
 endforeach()
 
