@@ -6,6 +6,11 @@
 include(CMakePackageConfigHelpers)
 set(KO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/koImage)
 
+set(libraries koBase koPacketFile koImage)
+if(KO_BUILD_IO)
+    list(APPEND libraries koImageIO)
+endif()
+foreach(library IN LISTS libraries)
     set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${library} EXPORT ${library}Targets
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
