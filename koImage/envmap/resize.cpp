@@ -2,6 +2,7 @@
 
 #include "koImage/envmap/resize_rows.h"
 #include "koImage/envmap/resize_v3.h"
+#include "koImage/image/simd.h"
 
 #include <memory>
 #include <utility>
@@ -135,12 +136,19 @@ void blendBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Bloc
         Neighbours const at =
             neighboursOf(centreOf(y, result.invHeight()), source.height(), source.wrapVertical());
         Pixel* const out = result.pixels() + pixelOffset(block.left, y, result.width());
-        if (keep)
+        if (keep) {
+            // The row below is on its way into the cache while this one is made.
+            std::ptrdiff_t const below = std::ptrdiff_t{result.width()} * std::ptrdiff_t{sizeof(Pixel)};
+            auto const bytes = static_cast<std::ptrdiff_t>(columns.count * sizeof(Pixel));
+            for (std::ptrdiff_t line = 0; line < bytes; line += 64)
+                prefetchAhead(out, below + line);
+
             RowBlend<Pixel>::down(rows.get(at.near, at.far), rows.get(at.far, at.near), Weights(at.t),
                                   columns.count, out);
-        else
+        } else {
             RowBlend<Pixel>::both(source.pixels() + at.near * source.width(),
                                   source.pixels() + at.far * source.width(), columns, Weights(at.t), out);
+        }
     }
 }
 

@@ -58,8 +58,13 @@ struct RowBlend {
     /// Blends two kept rows.
     static void down(Kept const* near, Kept const* far, Weights weights, std::size_t count, Pixel* out)
     {
-        for (std::size_t i = 0; i < count; ++i)
-            out[i] = pixelOf(blendDown(near[i], far[i], weights));
+        if constexpr (std::is_same_v<Pixel, Float3> || std::is_same_v<Pixel, Float4>) {
+            // As one run of channels: compilers make vectors of it, but not good ones of pixels of three.
+            RowBlend<float>::down(&near->r, &far->r, weights, count * sizeof(Pixel) / sizeof(float), &out->r);
+        } else {
+            for (std::size_t i = 0; i < count; ++i)
+                out[i] = pixelOf(blendDown(near[i], far[i], weights));
+        }
     }
 
     /// Both at once, keeping nothing. Two source rows that are read together arrive faster from memory.
