@@ -25,9 +25,9 @@
 
 #include <cstddef>
 
-namespace koImage::v3 {
+namespace koImage::v3::trigonometry {
 
-inline constexpr double piByTwo = 1.5707963267948966;
+inline constexpr double halfPi = 1.5707963267948966;
 
 /// c[0] + c[1] s + c[2] s^2 + ...
 template <std::size_t N>
@@ -73,12 +73,12 @@ inline __m256d atan2(__m256d y, __m256d x)
         _mm256_cmp_pd(least, _mm256_mul_pd(most, _mm256_set1_pd(0.41421356237309503)), _CMP_GT_OQ);
     __m256d const t = _mm256_div_pd(select(far, _mm256_sub_pd(least, most), least),
                                     select(far, _mm256_add_pd(least, most), most));
-    __m256d const offset = _mm256_and_pd(far, _mm256_set1_pd(piByTwo / 2));
+    __m256d const offset = _mm256_and_pd(far, _mm256_set1_pd(halfPi / 2));
     __m256d angle = _mm256_fmadd_pd(t, polynomial(_mm256_mul_pd(t, t), c), offset);
 
     // From the first eighth of the circle to all of it.
-    angle = select(steep, _mm256_sub_pd(_mm256_set1_pd(piByTwo), angle), angle);
-    angle = select(x, _mm256_sub_pd(_mm256_set1_pd(2 * piByTwo), angle), angle);  // by the sign of x
+    angle = select(steep, _mm256_sub_pd(_mm256_set1_pd(halfPi), angle), angle);
+    angle = select(x, _mm256_sub_pd(_mm256_set1_pd(2 * halfPi), angle), angle);  // by the sign of x
     return _mm256_or_pd(angle, signOf(y));
 }
 
@@ -99,10 +99,10 @@ inline SineCosine sineCosine(__m256d a)
 
     // a = n pi / 2 + r with |r| <= pi / 4. Near a multiple of pi / 2 the first difference is exact, and what
     // the double pi / 2 lacks follows.
-    __m256d const n = _mm256_round_pd(_mm256_mul_pd(a, _mm256_set1_pd(1 / piByTwo)),
+    __m256d const n = _mm256_round_pd(_mm256_mul_pd(a, _mm256_set1_pd(1 / halfPi)),
                                       _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
     __m256d const r = _mm256_fnmadd_pd(n, _mm256_set1_pd(6.123233995736766e-17),
-                                       _mm256_fnmadd_pd(n, _mm256_set1_pd(piByTwo), a));
+                                       _mm256_fnmadd_pd(n, _mm256_set1_pd(halfPi), a));
     __m256d const s = _mm256_mul_pd(r, r);
     __m256d const sine = _mm256_mul_pd(r, polynomial(s, sineFactor));
     __m256d const cosine = polynomial(s, cosineOf);
@@ -148,7 +148,7 @@ inline Arc arcOf(__m256d a)
 inline __m256d asin(__m256d a)
 {
     Arc const arc = arcOf(a);
-    __m256d const complement = _mm256_fnmadd_pd(_mm256_set1_pd(2), arc.angle, _mm256_set1_pd(piByTwo));
+    __m256d const complement = _mm256_fnmadd_pd(_mm256_set1_pd(2), arc.angle, _mm256_set1_pd(halfPi));
     return _mm256_or_pd(select(arc.large, complement, arc.angle), signOf(a));
 }
 
@@ -157,8 +157,8 @@ inline __m256d acos(__m256d a)
 {
     Arc const arc = arcOf(a);
     __m256d const twice = _mm256_add_pd(arc.angle, arc.angle);
-    __m256d const ofLarge = select(a, _mm256_sub_pd(_mm256_set1_pd(2 * piByTwo), twice), twice);
-    __m256d const ofSmall = _mm256_sub_pd(_mm256_set1_pd(piByTwo), _mm256_or_pd(arc.angle, signOf(a)));
+    __m256d const ofLarge = select(a, _mm256_sub_pd(_mm256_set1_pd(2 * halfPi), twice), twice);
+    __m256d const ofSmall = _mm256_sub_pd(_mm256_set1_pd(halfPi), _mm256_or_pd(arc.angle, signOf(a)));
     return select(arc.large, ofLarge, ofSmall);
 }
 
@@ -205,6 +205,6 @@ inline __m256d highDoubles(__m256 a)
     return _mm256_cvtps_pd(_mm256_extractf128_ps(a, 1));
 }
 
-}  // namespace koImage::v3
+}  // namespace koImage::v3::trigonometry
 
 #endif
