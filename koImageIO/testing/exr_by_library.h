@@ -16,7 +16,10 @@
 #include <ImfOutputFile.h>
 #include <ImfOutputPart.h>
 #include <ImfPartType.h>
+#include <ImfPreviewImage.h>
 #include <ImfRgbaFile.h>
+#include <ImfStringAttribute.h>
+#include <ImfStringVectorAttribute.h>
 #include <ImfTiledOutputFile.h>
 
 #include <algorithm>
