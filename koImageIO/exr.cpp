@@ -1,5 +1,6 @@
-// OpenEXR: read through the library's core, which works from memory, tells where each chunk lies and takes an
-// allocator, and written through its C++ classes.
+// OpenEXR. The library's core checks a file: it knows how long the file is, takes an allocator, and tells
+// where each chunk lies. Its C++ classes then read the pixels (the core of OpenEXR 3.1.5 reads B44 and DWA
+// files wrongly), and write.
 
 #include "koImageIO/codec.h"
 #include "koImageIO/rows.h"
@@ -8,17 +9,20 @@
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
 #include <ImfIO.h>
+#include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStringAttribute.h>
 #include <openexr.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -65,21 +69,57 @@ void* allocate(std::size_t bytes)
     return bytes <= largestPiece ? std::malloc(bytes) : nullptr;
 }
 
-// A file in memory, opened for reading.
-class Reader {
+// Where the zero stands that ends a text.
+std::size_t endOfText(std::span<std::byte const> file, std::size_t at)
+{
+    auto const from = file.subspan(std::min(at, file.size()));
+    return static_cast<std::size_t>(std::find(from.begin(), from.end(), std::byte{0}) - file.begin());
+}
+
+// Whether every attribute of every header ends within the file: the library allocates what one claims before
+// it reads it.
+koUtil::Error checkAttributes(std::span<std::byte const> file, std::string const& name)
+{
+    constexpr std::size_t versionAt = 4, firstAt = 8, lengthBytes = 4;
+    if (file.size() < firstAt)
+        return errorAt(name, file.size(), "the file ends within its header");
+    bool const severalParts = (std::to_integer<unsigned>(file[versionAt + 1]) & 0x10U) != 0;
+
+    std::size_t at = firstAt;
+    for (bool inHeader = false;;) {
+        std::size_t const nameEnd = endOfText(file, at);
+        if (nameEnd == at) {
+            // An empty name ends a header; an empty header ends those of several parts.
+            if (!severalParts || !inHeader)
+                return {};
+            inHeader = false;
+            ++at;
+            continue;
+        }
+        std::size_t const typeEnd = endOfText(file, nameEnd + 1);
+        std::size_t const valueAt = typeEnd + 1 + lengthBytes;
+        if (valueAt > file.size())
+            return errorAt(name, at, "the file ends within its header");
+        std::uint32_t length = 0;
+        for (std::size_t i = lengthBytes; i-- > 0;)
+            length = length << 8 | std::to_integer<std::uint32_t>(file[typeEnd + 1 + i]);
+        if (length > file.size() - valueAt)
+            return errorAt(name, at, "an attribute does not end within the file");
+        at = valueAt + length;
+        inHeader = true;
+    }
+}
+
+// A file in memory whose header and chunks are checked.
+class Checked {
 public:
-    explicit Reader(std::span<std::byte const> file) : file_(file)
+    explicit Checked(std::span<std::byte const> file) : file_(file)
     {
         largestPiece = std::max<std::uint64_t>(1 << 20, expansionOfNothing * file.size());
     }
-    Reader(Reader const&) = delete;
-    Reader& operator=(Reader const&) = delete;
-    ~Reader()
-    {
-        if (begun_)
-            exr_decoding_destroy(context_, &decoding_);
-        exr_finish(&context_);
-    }
+    Checked(Checked const&) = delete;
+    Checked& operator=(Checked const&) = delete;
+    ~Checked() { exr_finish(&context_); }
 
     bool open(std::string const& name)
     {
@@ -90,47 +130,59 @@ public:
         how.user_data = this;
         how.read_fn = onRead;
         how.size_fn = [](exr_const_context_t, void* self) {
-            return static_cast<std::int64_t>(static_cast<Reader*>(self)->file_.size());
+            return static_cast<std::int64_t>(static_cast<Checked*>(self)->file_.size());
         };
         how.max_image_width = how.max_image_height = std::numeric_limits<std::int32_t>::max() / 16;
         how.flags = EXR_CONTEXT_FLAG_DISABLE_CHUNK_RECONSTRUCTION;
         return exr_start_read(&context_, name.c_str(), &how) == EXR_ERR_SUCCESS;
     }
 
-    /// Decodes a chunk. `place` is called with the channels to point them to memory.
-    template <class Place>
-    bool decode(exr_chunk_info_t const& chunk, Place const& place)
+    /// Whether the chunk of scanlines that begins with this one is there.
+    bool hasLines(std::int64_t y)
     {
+        exr_chunk_info_t chunk = {};
+        if (exr_read_scanline_chunk_info(context_, 0, static_cast<int>(y), &chunk) != EXR_ERR_SUCCESS)
+            return false;
         position_ = chunk.data_offset;
-        exr_result_t result = begun_ ? exr_decoding_update(context_, 0, &chunk, &decoding_)
-                                     : exr_decoding_initialize(context_, 0, &chunk, &decoding_);
-        bool const first = !begun_;
-        begun_ = true;
-        if (result == EXR_ERR_SUCCESS) {
-            place(std::span(decoding_.channels, static_cast<std::size_t>(decoding_.channel_count)));
-            if (first)
-                result = exr_decoding_choose_default_routines(context_, 0, &decoding_);
+        return true;
+    }
+
+    /// Whether the tiles of one row of them are there.
+    bool hasTiles(std::int64_t row, std::int64_t count)
+    {
+        std::size_t first = 0;
+        for (std::int64_t column = 0; column < count; ++column) {
+            exr_chunk_info_t chunk = {};
+            if (exr_read_tile_chunk_info(context_, 0, static_cast<int>(column), static_cast<int>(row), 0, 0,
+                                         &chunk) != EXR_ERR_SUCCESS)
+                return false;
+            first = column == 0 ? chunk.data_offset : first;
         }
-        if (result == EXR_ERR_SUCCESS)
-            result = exr_decoding_run(context_, 0, &decoding_);
-        return result == EXR_ERR_SUCCESS;
+        position_ = first;
+        return true;
     }
 
     exr_context_t context() const { return context_; }
+
+    /// The last one reported, or this reason, at the place that was read last.
     koUtil::Error error(std::string const& name) const { return errorAt(name, position_, reason_); }
+    koUtil::Error error(std::string const& name, std::string const& reason) const
+    {
+        return errorAt(name, position_, reason);
+    }
 
 private:
     static void onError(exr_const_context_t context, exr_result_t, char const* message)
     {
         void* self = nullptr;
         if (exr_get_user_data(context, &self) == EXR_ERR_SUCCESS && self != nullptr)
-            static_cast<Reader*>(self)->reason_ = message;
+            static_cast<Checked*>(self)->reason_ = message;
     }
 
     static std::int64_t onRead(exr_const_context_t, void* caller, void* to, std::uint64_t count,
                                std::uint64_t offset, exr_stream_error_func_ptr_t)
     {
-        auto& self = *static_cast<Reader*>(caller);
+        auto& self = *static_cast<Checked*>(caller);
         self.position_ = std::min<std::uint64_t>(offset, self.file_.size());
         std::size_t const there = std::min<std::uint64_t>(count, self.file_.size() - self.position_);
         std::memcpy(to, self.file_.data() + self.position_, there);
@@ -139,10 +191,30 @@ private:
 
     std::span<std::byte const> file_;
     exr_context_t context_ = nullptr;
-    exr_decode_pipeline_t decoding_ = EXR_DECODE_PIPELINE_INITIALIZER;
-    bool begun_ = false;
-    std::size_t position_ = 0;  // of what was read last
+    std::size_t position_ = 0;
     std::string reason_ = "the file is damaged";
+};
+
+// The same file for the C++ classes.
+class InputStream : public Imf::IStream {
+public:
+    explicit InputStream(std::span<std::byte const> file) : IStream(""), file_(file) {}
+
+    bool read(char to[], int count) override
+    {
+        auto const length = static_cast<std::size_t>(count);
+        if (count < 0 || at_ > file_.size() || length > file_.size() - at_)
+            throw std::runtime_error("the file ends too early");
+        std::memcpy(to, file_.data() + at_, length);
+        at_ += length;
+        return at_ < file_.size();
+    }
+    std::uint64_t tellg() override { return at_; }
+    void seekg(std::uint64_t position) override { at_ = position; }
+
+private:
+    std::span<std::byte const> file_;
+    std::size_t at_ = 0;
 };
 
 bool begins(std::span<std::byte const> file)
@@ -180,11 +252,11 @@ std::string layersOf(std::span<exr_attr_chlist_entry_t const> channels)
     return list;
 }
 
-// Which channels of a file make a picture, and of what type. A channel that the file lacks has index -1.
+// Which channels of a file make a picture, and of what type.
 struct Selection {
     PixelTypeId type = PixelTypeId::Float;
-    std::vector<std::pair<int, int>> places;  // a channel of the file, a channel of the pixels
-    bool complete = true;                     // each channel of the pixels comes from the file
+    std::vector<std::pair<char const*, int>> places;  // a channel of the file, a channel of the pixels
+    bool complete = true;                             // each channel of the pixels comes from the file
 };
 
 // Chooses the channels of a layer. A reason why it cannot be read, or "".
@@ -211,29 +283,33 @@ std::string select(std::span<exr_attr_chlist_entry_t const> channels, std::strin
     if (find("RY") >= 0 || find("BY") >= 0)
         return "luminance with chroma channels (RY, BY) is not supported";
 
-    // Colour, grey with alpha spread over the colours, or one channel of any name.
-    int const alpha = find("A");
+    // One channel of any name, colour, or grey with alpha spread over the colours.
+    int const alpha = inLayer.size() > 1 ? find("A") : -1;
     int const red = find("R"), green = find("G"), blue = find("B"), grey = find("Y");
-    bool const colour = red >= 0 || green >= 0 || blue >= 0;
+    bool const colour = inLayer.size() > 1 && (red >= 0 || green >= 0 || blue >= 0);
+    std::vector<std::pair<int, int>> places;
     if (colour)
-        selection.places = {{red, 0}, {green, 1}, {blue, 2}, {alpha, 3}};
+        places = {{red, 0}, {green, 1}, {blue, 2}, {alpha, 3}};
     else if (grey >= 0 && alpha >= 0)
-        selection.places = {{grey, 0}, {alpha, 3}};
-    else if (grey >= 0 || inLayer.size() == 1)
-        selection.places = {{grey >= 0 ? grey : inLayer[0], 0}};
+        places = {{grey, 0}, {alpha, 3}};
+    else if (grey >= 0)
+        places = {{grey, 0}};
+    else if (inLayer.size() == 1)
+        places = {{inLayer[0], 0}};
     else
         return "none of the channels is R, G, B or Y, and there is more than one";
 
-    auto const missing = [](auto const& place) { return place.first < 0; };
-    selection.complete = std::none_of(selection.places.begin(), selection.places.end(), missing);
-    std::erase_if(selection.places, missing);
-
     bool halves = true;
-    for (auto const& [from, to] : selection.places) {
+    for (auto const& [from, to] : places) {
+        if (from < 0) {
+            selection.complete = false;
+            continue;
+        }
         auto const& channel = channels[static_cast<std::size_t>(from)];
         if (channel.x_sampling != 1 || channel.y_sampling != 1)
             return "the channel " + std::string(channel.name.str) + " is subsampled, which is not supported";
         halves = halves && channel.pixel_type == EXR_PIXEL_HALF;
+        selection.places.emplace_back(channel.name.str, to);
     }
     bool const one = !colour && alpha < 0;
     bool const three = colour && alpha < 0;
@@ -262,131 +338,130 @@ bool fits(Window const& window, std::uint64_t pixelBytes, std::uint64_t most)
     return width <= most / height && width * height <= most / pixelBytes;
 }
 
-// The whole of a part, chunk by chunk.
-class PartReader {
+// Reads the pixels of a part in blocks of as many lines as its chunks have.
+class PixelReader {
 public:
-    PartReader(Reader& reader, Selection const& selection, Window const& data, Window const& display,
-               Image& image)
-        : reader_(reader),
+    PixelReader(Imf::InputFile& file, Selection const& selection, Window const& data, Window const& display,
+                std::int64_t blockLines, Image& image)
+        : file_(file),
           selection_(selection),
           data_(data),
           display_(display),
           image_(image),
-          pixelBytes_(static_cast<std::size_t>(image.bytesPerPixel()))
+          pixelBytes_(static_cast<std::size_t>(image.bytesPerPixel())),
+          lineBytes_(static_cast<std::size_t>(data.width) * pixelBytes_),
+          block_(static_cast<std::size_t>(std::min(blockLines, data.height)) * lineBytes_)
     {
+        if (!selection.complete)
+            setMissing();
     }
 
-    bool readLines(koUtil::Progress* progress)
+    /// Lines from y on, counted from the top of the data window.
+    void read(std::int64_t y, std::int64_t lines)
     {
-        std::int32_t lines = 0;
-        if (exr_get_scanlines_per_chunk(reader_.context(), 0, &lines) != EXR_ERR_SUCCESS)
-            return false;
-        for (std::int64_t y = 0; y < data_.height; y += lines) {
-            exr_chunk_info_t chunk = {};
-            if (exr_read_scanline_chunk_info(reader_.context(), 0, static_cast<int>(data_.top + y), &chunk) !=
-                    EXR_ERR_SUCCESS ||
-                !read(chunk, 0, y))
-                return false;
-            koUtil::setProgress(progress, static_cast<double>(y) / static_cast<double>(data_.height));
-        }
-        return true;
-    }
-
-    bool readTiles(koUtil::Progress* progress)
-    {
-        std::int32_t width = 0, height = 0;
-        if (exr_get_tile_sizes(reader_.context(), 0, 0, 0, &width, &height) != EXR_ERR_SUCCESS)
-            return false;
-        for (std::int64_t y = 0; y < data_.height; y += height) {
-            for (std::int64_t x = 0; x < data_.width; x += width) {
-                exr_chunk_info_t chunk = {};
-                if (exr_read_tile_chunk_info(reader_.context(), 0, static_cast<int>(x / width),
-                                             static_cast<int>(y / height), 0, 0, &chunk) != EXR_ERR_SUCCESS ||
-                    !read(chunk, x, y))
-                    return false;
-            }
-            koUtil::setProgress(progress, static_cast<double>(y) / static_cast<double>(data_.height));
-        }
-        return true;
+        showBlock(y);
+        file_.readPixels(static_cast<int>(data_.top + y), static_cast<int>(data_.top + y + lines - 1));
+        for (std::int64_t line = 0; line < lines; ++line)
+            place(y + line, block_.data() + static_cast<std::size_t>(line) * lineBytes_);
     }
 
 private:
-    // Reads a chunk whose first pixel stands at (x, y) of the data window.
-    bool read(exr_chunk_info_t const& chunk, std::int64_t x, std::int64_t y)
-    {
-        // The buffer grows to the largest chunk. Channels that the file lacks keep what is set here: pixels
-        // stand at the same places of the buffer in every chunk.
-        auto const width = static_cast<std::size_t>(chunk.width);
-        auto const height = static_cast<std::size_t>(chunk.height);
-        std::size_t const pixels = width * height;
-        if (buffer_.size() < pixels * pixelBytes_) {
-            buffer_.resize(pixels * pixelBytes_);
-            if (!selection_.complete)
-                setMissing(pixels);
-        }
-        if (!reader_.decode(chunk, [&](auto channels) { point(channels, chunk.width); }))
-            return false;
-        for (std::size_t line = 0; line < height; ++line)
-            place({buffer_.data() + line * width * pixelBytes_, width * pixelBytes_}, x,
-                  y + static_cast<std::int64_t>(line));
-        return true;
-    }
-
-    void setMissing(std::size_t pixels)
+    // Channels that the file lacks keep what stands here: nothing else is written to them.
+    void setMissing()
     {
         koImage::dispatchPixel(image_.pixelType(), PicturePixels{}, [&](auto tag) {
             using Pixel = typename decltype(tag)::type;
             Pixel missing = {};
             if constexpr (requires { missing.a; })
                 missing.a = 1;
-            for (std::size_t i = 0; i < pixels; ++i)
-                std::memcpy(buffer_.data() + i * sizeof(Pixel), &missing, sizeof(Pixel));
+            for (std::size_t at = 0; at < block_.size(); at += sizeof(Pixel))
+                std::memcpy(block_.data() + at, &missing, sizeof(Pixel));
         });
     }
 
-    void point(std::span<exr_coding_channel_info_t> channels, std::int32_t width)
+    // Tells the library where the block is that begins with line y.
+    void showBlock(std::int64_t y)
     {
+        // It counts from the origin of the file's coordinates, which lies anywhere: an address without
+        // memory, formed by integers that wrap around.
+        auto const origin = reinterpret_cast<std::uintptr_t>(block_.data()) -
+                            static_cast<std::uintptr_t>(data_.left) * pixelBytes_ -
+                            static_cast<std::uintptr_t>(data_.top + y) * lineBytes_;
         bool const halves = image_.pixelType() == PixelTypeId::Half4;
-        std::size_t const bytes = halves ? 2 : 4;
-        for (auto& channel : channels)
-            channel.decode_to_ptr = nullptr;
-        for (auto const& [from, to] : selection_.places) {
-            auto& channel = channels[static_cast<std::size_t>(from)];
-            channel.decode_to_ptr =
-                reinterpret_cast<std::uint8_t*>(buffer_.data()) + static_cast<std::size_t>(to) * bytes;
-            channel.user_data_type = halves ? EXR_PIXEL_HALF : EXR_PIXEL_FLOAT;
-            channel.user_bytes_per_element = static_cast<std::int16_t>(bytes);
-            channel.user_pixel_stride = static_cast<std::int32_t>(pixelBytes_);
-            channel.user_line_stride = static_cast<std::int32_t>(pixelBytes_) * width;
-        }
+        std::size_t const channelBytes = halves ? 2 : 4;
+        Imf::FrameBuffer buffer;
+        for (auto const& [channel, to] : selection_.places)
+            buffer.insert(channel, Imf::Slice(halves ? Imf::HALF : Imf::FLOAT,
+                                              reinterpret_cast<char*>(origin + static_cast<std::size_t>(to) *
+                                                                                   channelBytes),
+                                              pixelBytes_, lineBytes_));
+        file_.setFrameBuffer(buffer);
     }
 
-    // Copies what of a line at (x, y) of the data window the display window shows.
-    void place(std::span<std::byte const> line, std::int64_t x, std::int64_t y)
+    // Copies what of line y of the data window the display window shows.
+    void place(std::int64_t y, std::byte const* line)
     {
         std::int64_t const row = data_.top + y - display_.top;
         if (row < 0 || row >= display_.height)
             return;
-        std::int64_t const left = data_.left + x - display_.left;
+        std::int64_t const left = data_.left - display_.left;
         std::int64_t const first = std::max<std::int64_t>(left, 0);
-        std::int64_t const end =
-            std::min(left + static_cast<std::int64_t>(line.size() / pixelBytes_), display_.width);
+        std::int64_t const end = std::min(left + data_.width, display_.width);
         if (first >= end)
             return;
-        std::span<std::byte> const to = pictureRowBytes(image_, static_cast<int>(row));
-        std::memcpy(to.data() + static_cast<std::size_t>(first) * pixelBytes_,
-                    line.data() + static_cast<std::size_t>(first - left) * pixelBytes_,
+        std::memcpy(pictureRowBytes(image_, static_cast<int>(row)).data() +
+                        static_cast<std::size_t>(first) * pixelBytes_,
+                    line + static_cast<std::size_t>(first - left) * pixelBytes_,
                     static_cast<std::size_t>(end - first) * pixelBytes_);
     }
 
-    Reader& reader_;
+    Imf::InputFile& file_;
     Selection const& selection_;
     Window data_;
     Window display_;
     Image& image_;
     std::size_t pixelBytes_;
-    std::vector<std::byte> buffer_;
+    std::size_t lineBytes_;
+    std::vector<std::byte> block_;
 };
+
+// Reads the pixels of a file into an image of the display window's size that is black.
+koUtil::Error readPixels(Checked& checked, std::span<std::byte const> file, std::string const& name,
+                         Selection const& selection, Window const& data, Window const& display, bool tiled,
+                         Image& image, koUtil::Progress* progress)
+{
+    std::uint32_t tileWidth = 0, tileHeight = 0;
+    std::int32_t chunkLines = 0;
+    if ((tiled ? exr_get_tile_descriptor(checked.context(), 0, &tileWidth, &tileHeight, nullptr, nullptr)
+               : exr_get_scanlines_per_chunk(checked.context(), 0, &chunkLines)) != EXR_ERR_SUCCESS)
+        return checked.error(name);
+    // Whole tiles are decoded, however small the picture.
+    if (tiled && (tileWidth == 0 || tileHeight == 0))
+        return checked.error(name, "the header is damaged");
+    if (tiled && !fits({0, 0, tileWidth, tileHeight}, 16, expansionOfNothing * file.size()))
+        return checked.error(name, "the file is too short for its tiles");
+    std::int64_t const blockLines = tiled ? std::int64_t{tileHeight} : chunkLines;
+
+    try {
+        InputStream stream(file);
+        Imf::InputFile input(stream, 0);
+        PixelReader pixels(input, selection, data, display, blockLines, image);
+        for (std::int64_t y = 0; y < data.height; y += blockLines) {
+            bool const there =
+                tiled ? checked.hasTiles(y / blockLines, (data.width + tileWidth - 1) / tileWidth)
+                      : checked.hasLines(data.top + y);
+            if (!there)
+                return checked.error(name);
+            pixels.read(y, std::min<std::int64_t>(blockLines, data.height - y));
+            koUtil::setProgress(progress, static_cast<double>(y) / static_cast<double>(data.height));
+        }
+        return {};
+    } catch (std::bad_alloc const&) {
+        throw;
+    } catch (std::exception const& reason) {
+        return checked.error(name, reason.what());
+    }
+}
 
 // Grey with alpha was read into red.
 void spreadGrey(Image& image)
@@ -399,14 +474,14 @@ void spreadGrey(Image& image)
     });
 }
 
-Metadata textOf(Reader const& reader)
+Metadata textOf(Checked const& checked)
 {
     Metadata metadata;
     std::int32_t count = 0;
-    exr_get_attribute_count(reader.context(), 0, &count);
+    exr_get_attribute_count(checked.context(), 0, &count);
     for (std::int32_t i = 0; i < count; ++i) {
         exr_attribute_t const* attribute = nullptr;
-        if (exr_get_attribute_by_index(reader.context(), 0, EXR_ATTR_LIST_FILE_ORDER, i, &attribute) !=
+        if (exr_get_attribute_by_index(checked.context(), 0, EXR_ATTR_LIST_FILE_ORDER, i, &attribute) !=
                 EXR_ERR_SUCCESS ||
             attribute->type != EXR_ATTR_STRING)
             continue;
@@ -422,20 +497,22 @@ Metadata textOf(Reader const& reader)
 koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, ReadOptions const& options,
                       Picture& picture, koUtil::Progress* progress)
 {
-    Reader reader(file);
-    if (!reader.open(name))
-        return reader.error(name);
+    if (koUtil::Error error = checkAttributes(file, name))
+        return error;
+    Checked checked(file);
+    if (!checked.open(name))
+        return checked.error(name);
 
     exr_storage_t storage = {};
     exr_compression_t compression = {};
     exr_attr_box2i_t dataBox = {}, displayBox = {};
     exr_attr_chlist_t const* list = nullptr;
-    if (exr_get_storage(reader.context(), 0, &storage) != EXR_ERR_SUCCESS ||
-        exr_get_compression(reader.context(), 0, &compression) != EXR_ERR_SUCCESS ||
-        exr_get_data_window(reader.context(), 0, &dataBox) != EXR_ERR_SUCCESS ||
-        exr_get_display_window(reader.context(), 0, &displayBox) != EXR_ERR_SUCCESS ||
-        exr_get_channels(reader.context(), 0, &list) != EXR_ERR_SUCCESS)
-        return reader.error(name);
+    if (exr_get_storage(checked.context(), 0, &storage) != EXR_ERR_SUCCESS ||
+        exr_get_compression(checked.context(), 0, &compression) != EXR_ERR_SUCCESS ||
+        exr_get_data_window(checked.context(), 0, &dataBox) != EXR_ERR_SUCCESS ||
+        exr_get_display_window(checked.context(), 0, &displayBox) != EXR_ERR_SUCCESS ||
+        exr_get_channels(checked.context(), 0, &list) != EXR_ERR_SUCCESS)
+        return checked.error(name);
     if (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED)
         return errorAt(name, 0, "the first part holds deep pixels, which are not supported");
 
@@ -469,12 +546,12 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
                 static_cast<std::size_t>(image.pixelCount()) *
                     static_cast<std::size_t>(image.bytesPerPixel()));
 
-    PartReader part(reader, selection, data, display, image);
-    if (!(storage == EXR_STORAGE_TILED ? part.readTiles(progress) : part.readLines(progress)))
-        return reader.error(name);
+    if (koUtil::Error error = readPixels(checked, file, name, selection, data, display,
+                                         storage == EXR_STORAGE_TILED, image, progress))
+        return error;
     if (selection.places.size() == 2 && selection.complete)
         spreadGrey(image);
-    picture.metadata = textOf(reader);
+    picture.metadata = textOf(checked);
     return {};
 }
 

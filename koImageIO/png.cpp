@@ -114,6 +114,25 @@ bool begins(std::span<std::byte const> file)
            png_sig_cmp(reinterpret_cast<png_const_bytep>(file.data()), 0, signatureBytes) == 0;
 }
 
+// Whether every chunk ends within the file: libpng allocates what a chunk claims before it reads it.
+koUtil::Error checkChunks(std::span<std::byte const> file, std::string const& name)
+{
+    constexpr std::size_t lengthBytes = 4, nameBytes = 4, checkBytes = 4;
+    for (std::size_t at = signatureBytes; at < file.size();) {
+        std::size_t const left = file.size() - at;
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < std::min(lengthBytes, left); ++i)
+            length = length << 8 | std::to_integer<std::size_t>(file[at + i]);
+        std::size_t const whole = lengthBytes + nameBytes + length + checkBytes;
+        if (left < whole)
+            return errorAt(name, at, "a chunk does not end within the file");
+        if (std::memcmp(file.data() + at + lengthBytes, "IEND", nameBytes) == 0)
+            return {};
+        at += whole;
+    }
+    return errorAt(name, file.size(), "the file ends too early");
+}
+
 bool saysLinear(Reader& reader)
 {
     png_fixed_point gamma = 0;
@@ -170,6 +189,8 @@ Metadata textOf(Reader& reader)
 koUtil::Error readPng(std::span<std::byte const> file, std::string const& name, ReadOptions const& options,
                       Picture& picture, koUtil::Progress* progress)
 {
+    if (koUtil::Error error = checkChunks(file, name))
+        return error;
     Reader reader(file);
     auto const failed = [&] { return errorAt(name, reader.position(), reader.reason.data()); };
     if (!attempt(reader.png, [&] { reader.begin(); }))
@@ -304,6 +325,7 @@ koUtil::Error writePng(Image const& image, WriteOptions const& options, ByteSink
     std::vector<std::uint16_t> wordRow(bits == 16 ? values : 0);
 
     Metadata metadata = options.metadata;
+    std::erase_if(metadata, [](auto const& entry) { return entry.first == "software"; });
     metadata.emplace_back("Software", programName());
     std::vector<png_text> const texts = textsOf(metadata);
 

@@ -81,12 +81,12 @@ float luminance(Float4 const& p)
 }
 
 // Writes the channels of a row: put(light, whether it is alpha) gives the value for each.
-template <class Value, class Put>
+template <bool grey, class Value, class Put>
 void spread(std::span<Float4 const> light, int channels, Value* values, Put const& put)
 {
     for (Float4 const& p : light) {
         if (channels == 1) {
-            *values++ = put(luminance(p), false);
+            *values++ = put(grey ? p.g : luminance(p), false);
             continue;
         }
         *values++ = put(p.r, false);
@@ -103,13 +103,15 @@ void rowThroughLight(Image const& image, int row, int channels, Transfer transfe
                      Put const& put)
 {
     koImage::dispatchPixel(image.pixelType(), PicturePixels{}, [&](auto tag) {
-        auto const pixels = pictureRow<typename decltype(tag)::type>(image, row);
+        using Pixel = typename decltype(tag)::type;
+        constexpr bool grey = std::is_scalar_v<Pixel>;
+        auto const pixels = pictureRow<Pixel>(image, row);
         Block light;
         for (std::size_t first = 0; first < pixels.size(); first += blockPixels) {
             auto const some = pixels.subspan(first, std::min(blockPixels, pixels.size() - first));
             lightOf(some, transfer, light);
-            spread(std::span(light).first(some.size()), channels,
-                   values.data() + first * static_cast<std::size_t>(channels), put);
+            spread<grey>(std::span(light).first(some.size()), channels,
+                         values.data() + first * static_cast<std::size_t>(channels), put);
         }
     });
 }

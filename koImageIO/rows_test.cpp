@@ -76,7 +76,7 @@ std::vector<std::pair<float, bool>> channelsByHand(Image const& image, int row, 
         // The top row of the picture is the last of the image.
         auto const at = static_cast<std::size_t>((image.height() - 1 - row) * image.width() + x);
         Light const light = lightOfPixel(pixels[at], t);
-        float const luminance = light.r == light.g && light.g == light.b
+        float const luminance = light.grey || (light.r == light.g && light.g == light.b)
                                     ? light.g
                                     : 0.2126f * light.r + 0.7152f * light.g + 0.0722f * light.b;
         if (channels == 1) {
