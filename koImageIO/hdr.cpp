@@ -401,7 +401,7 @@ void fromLight(std::span<Float3 const> light, Planes& planes, Misfits& misfits)
 
         // The exponent of the largest channel brings it to 128 .. 255. As doubles, even the smallest floats
         // have their exponent in these bits, below a sign that -0 may have.
-        double const most = std::abs(std::max({red, green, blue}));
+        double const most = std::abs(std::max(std::max(red, green), blue));
         int const exponent = static_cast<int>(std::bit_cast<std::uint64_t>(most) >> 52) - 1023 + 129;
         if (exponent < 1) {
             r[x] = g[x] = b[x] = e[x] = 0;
@@ -482,35 +482,41 @@ std::string headerText(Image const& image, Metadata const& metadata)
            std::to_string(image.width()) + '\n';
 }
 
-/// Four equal bytes are worth a run: three of them would gain nothing where others surround them.
-constexpr std::size_t shortestRun = 4;
+/// Where the next run worth its two bytes begins, or the end. Four equal bytes are: three would gain nothing
+/// where others surround them.
+std::size_t nextRun(std::span<unsigned char const> values, std::size_t at)
+{
+    // Two neighbours that differ rule out all runs that would hold both: three places at once from behind.
+    while (at + 3 < values.size()) {
+        if (values[at + 2] != values[at + 3])
+            at += 3;
+        else if (values[at + 1] != values[at + 2])
+            at += 2;
+        else if (values[at] != values[at + 1])
+            at += 1;
+        else
+            return at;
+    }
+    return values.size();
+}
 
 void appendRuns(std::span<unsigned char const> values, std::vector<unsigned char>& line)
 {
-    auto const runAt = [&](std::size_t at) {
-        std::size_t const end = std::min(values.size(), at + 127);
-        std::size_t next = at + 1;
-        while (next < end && values[next] == values[at])
-            ++next;
-        return next - at;
-    };
-
     for (std::size_t at = 0; at < values.size();) {
         // What stands before the next run goes out as it is.
-        std::size_t run = at;
-        std::size_t length = 0;
-        while (run < values.size() && (length = runAt(run)) < shortestRun)
-            run += length;
+        std::size_t const run = nextRun(values, at);
         while (at < run) {
             std::size_t const count = std::min<std::size_t>(run - at, 128);
             line.push_back(static_cast<unsigned char>(count));
             line.insert(line.end(), values.data() + at, values.data() + at + count);
             at += count;
         }
-        if (run < values.size()) {
-            line.push_back(static_cast<unsigned char>(128 + length));
+        std::size_t const most = std::min(values.size(), run + 127);
+        while (at < most && values[at] == values[run])
+            ++at;
+        if (at > run) {
+            line.push_back(static_cast<unsigned char>(128 + (at - run)));
             line.push_back(values[run]);
-            at = run + length;
         }
     }
 }
@@ -538,12 +544,14 @@ Error write(Image const& image, WriteOptions const& options, ByteSink& sink, Mis
     bool taken = sink.write(std::as_bytes(std::span(header)));
 
     Planes planes(image.width());
-    std::vector<Float3> light(planes.length());
+    bool const direct = image.pixelType() == PixelTypeId::Float3;
+    std::vector<Float3> converted(direct ? 0 : planes.length());
     std::vector<unsigned char> line;
     for (int row = 0; taken && row < image.height(); ++row) {
         koUtil::setProgress(progress, static_cast<double>(row) / image.height());
-        rowAsFloats(image, row, 3, options.transfer, {&light[0].r, 3 * light.size()});
-        fromLight(light, planes, misfits);
+        if (!direct)
+            rowAsFloats(image, row, 3, options.transfer, {&converted[0].r, 3 * converted.size()});
+        fromLight(direct ? pictureRow<Float3>(image, row) : converted, planes, misfits);
         encode(planes, line);
         taken = sink.write(std::as_bytes(std::span(line)));
     }

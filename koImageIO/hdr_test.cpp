@@ -550,6 +550,55 @@ TEST(Hdr, TurnsXyzIntoTheFormatsOwnRgb)
     }
 }
 
+// --- Other programs
+
+ImageRef<Float3> randomLight(Size size)
+{
+    auto image = imageOf<Float3>(size);
+    fillImage(*image, 9, [](Random& random) { return static_cast<float>(random() % 65536) / 65535; });
+    return image;
+}
+
+TEST(Hdr, ReadsWhatAnotherProgramWrote)
+{
+    for (Size const size : {Size{7, 3}, Size{61, 7}}) {
+        auto const image = randomLight(size);
+        std::string const file = convertedByOthers(fileOf(*image, ".pfm"), "pfm", "", "hdr");
+        Picture const picture = pictureOf(file);
+        ASSERT_EQ(picture.image->width(), size.width);
+        ASSERT_EQ(picture.image->height(), size.height);
+        for (std::size_t i = 0; i < pixelsOf<Float3>(*image).size(); ++i) {
+            Float3 const expected = pixelsOf<Float3>(*image)[i];
+            Float3 const actual = pixelsOf<Float3>(*picture.image)[i];
+
+            // It has 16 bits of a channel, and rounds down to a mantissa: half a step remains.
+            double const most = std::max({expected.r, expected.g, expected.b});
+            double const bound = 0.5 * std::exp2(std::floor(std::log2(most)) - 7) + 1.0 / 65535;
+            EXPECT_NEAR(actual.r, expected.r, bound) << i;
+            EXPECT_NEAR(actual.g, expected.g, bound) << i;
+            EXPECT_NEAR(actual.b, expected.b, bound) << i;
+        }
+    }
+}
+
+TEST(Hdr, IsReadByAnotherProgram)
+{
+    for (Size const size : {Size{7, 3}, Size{61, 7}}) {
+        std::string const file = fileOf(*randomLight(size), ".hdr");
+        std::string const words =
+            convertedByOthers(file, "hdr", "-set colorspace sRGB -depth 16 -endian LSB", "rgb");
+        std::vector<Rgbe> const pixels = pixelsInFile(file);
+        ASSERT_EQ(words.size(), pixels.size() * 6);
+        for (std::size_t i = 0; i < pixels.size() * 3; ++i) {
+            int const word =
+                static_cast<unsigned char>(words[2 * i]) + 256 * static_cast<unsigned char>(words[2 * i + 1]);
+            Rgbe const pixel = pixels[i / 3];
+            // It leaves out the half of a mantissa.
+            EXPECT_NEAR(word, std::ldexp(pixel[i % 3], pixel[3] - 136) * 65535, 1) << i;
+        }
+    }
+}
+
 // --- Damage
 
 TEST(Hdr, SaysWhereAndWhatIsWrong)
@@ -615,12 +664,13 @@ TEST(Hdr, BoundsThePictureByTheSizeOfItsFile)
 
 TEST(Hdr, SurvivesEveryTruncationAndEveryChangeOfAByte)
 {
+    constexpr std::size_t mostBytes = (1 << 22) * sizeof(Float3);
     std::string const runs =
         testing::textOf({2, 2, 0, 8, 136, 9, 130, 8, 6, 1, 2, 3, 4, 5, 6, 136, 7, 136, 140});
     std::string const repeated = textOf({{200, 1, 1, 130}, {1, 1, 1, 6}, {100, 1, 1, 2}});
     expectSurvivesEveryDamage(headerOf("-Y 2 +X 8", "EXPOSURE=2\nFORMAT=32-bit_rle_xyze\n") + runs + repeated,
-                              1 << 22);
-    expectSurvivesEveryDamage(headerOf("+X 2 -Y 8") + repeated + runs, 1 << 22);
+                              mostBytes);
+    expectSurvivesEveryDamage(headerOf("+X 2 -Y 8") + repeated + runs, mostBytes);
 }
 
 }  // namespace

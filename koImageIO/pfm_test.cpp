@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -134,6 +135,38 @@ TEST(Pfm, WritesOtherTypesAsLightWithoutAlpha)
     EXPECT_THAT(pixelsOf<float>(*pictureOf(file).image), ElementsAre(1.0f));
 }
 
+// Another program has 16 bits of a channel: they come through both ways.
+TEST(Pfm, ExchangesPicturesWithAnotherProgram)
+{
+    auto const image = imageOf<Float3>({7, 5});
+    fillImage(*image, 3, [](Random& random) { return static_cast<float>(random() % 65536) / 65535; });
+    std::string words;
+    for (int row = 4; row >= 0; --row) {
+        for (int x = 0; x < 7; ++x) {
+            Float3 const p = pixelsOf<Float3>(*image)[static_cast<std::size_t>(row * 7 + x)];
+            for (float const value : {p.r, p.g, p.b}) {
+                long const word = std::lround(value * 65535);
+                words += textOf({static_cast<int>(word & 255), static_cast<int>(word >> 8)});
+            }
+        }
+    }
+    std::string const asWords = "-depth 16 -endian LSB";
+    EXPECT_EQ(convertedByOthers(fileOf(*image, ".pfm"), "pfm", asWords, "rgb"), words);
+
+    for (std::string const order : {"LSB", "MSB"}) {
+        Picture const picture =
+            pictureOf(convertedByOthers(words, "-size 7x5 " + asWords + " rgb", "-endian " + order, "pfm"));
+        ASSERT_EQ(picture.image->pixelCount(), 35);
+        for (std::size_t i = 0; i < 35; ++i) {
+            Float3 const expected = pixelsOf<Float3>(*image)[i];
+            Float3 const actual = pixelsOf<Float3>(*picture.image)[i];
+            EXPECT_NEAR(actual.r, expected.r, 0x1p-23) << i;
+            EXPECT_NEAR(actual.g, expected.g, 0x1p-23) << i;
+            EXPECT_NEAR(actual.b, expected.b, 0x1p-23) << i;
+        }
+    }
+}
+
 TEST(Pfm, SaysWhereAndWhatIsWrong)
 {
     std::string const pixel = littleEndian(1);
@@ -156,8 +189,8 @@ TEST(Pfm, SaysWhereAndWhatIsWrong)
 TEST(Pfm, SurvivesEveryTruncationAndEveryChangeOfAByte)
 {
     std::string const pixel = littleEndian(1.5f);
-    expectSurvivesEveryDamage("Pf\n2 2\n-1.0\n" + pixel + pixel + pixel + pixel, 20);
-    expectSurvivesEveryDamage("PF 1 1 2.5 " + pixel + pixel + pixel, 20);
+    expectSurvivesEveryDamage("Pf\n2 2\n-1.0\n" + pixel + pixel + pixel + pixel, 4096);
+    expectSurvivesEveryDamage("PF 1 1 2.5 " + pixel + pixel + pixel, 4096);
 }
 
 }  // namespace

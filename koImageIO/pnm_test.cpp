@@ -19,6 +19,7 @@ using koImage::pixelsOf;
 using koImage::PixelTypeId;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 std::string bigEndian(unsigned word)
 {
@@ -162,12 +163,46 @@ TEST(Pnm, WritesFloatsThroughTheCurveClampedAndCounted)
 
 TEST(Pnm, RefusesOtherBits)
 {
-    TemporaryFile const file(".ppm");
-    Misfits misfits;
-    koUtil::Error const error =
-        writePicture(koOS::Filename(file.name()), *imageOf<Byte4>({1, 1}), misfits, writing(12));
-    EXPECT_THAT(error.message(), HasSubstr("PPM and PGM have 8 or 16 bits in a channel, not 12"));
-    EXPECT_EQ(file.bytes(), "");
+    EXPECT_THAT(roundTrip(*imageOf<Byte4>({1, 1}), "ppm", writing(12)).error.message(),
+                HasSubstr("PPM and PGM have 8 or 16 bits in a channel, not 12"));
+}
+
+TEST(Pnm, ExchangesPicturesWithAnotherProgram)
+{
+    auto const colour = randomImage<Byte4>({23, 7}, 1);
+    for (Byte4& pixel : pixelsOf<Byte4>(*colour))
+        pixel.a = 255;
+    auto const grey = randomImage<unsigned char>({23, 7}, 2);
+    std::string const raw = fileOf(*colour, ".ppm").substr(12);
+    ASSERT_EQ(raw.size(), 23u * 7 * 3);
+
+    // Ours, of 8 and of 16 bits, as its bytes.
+    EXPECT_EQ(convertedByOthers(fileOf(*colour, ".ppm"), "ppm", "-depth 8", "rgb"), raw);
+    EXPECT_EQ(convertedByOthers(fileOf(*colour, ".ppm", writing(16)), "ppm", "-depth 8", "rgb"), raw);
+    EXPECT_EQ(convertedByOthers(fileOf(*grey, ".pgm"), "pgm", "-depth 8", "gray"),
+              fileOf(*grey, ".pgm").substr(12));
+
+    // Its own, binary and plain.
+    std::string const asColour = "-size 23x7 -depth 8 rgb";
+    std::string const asGrey = "-size 23x7 -depth 8 gray";
+    for (std::string const compress : {"", "-compress none"}) {
+        std::string const ppm = convertedByOthers(raw, asColour, compress, "ppm");
+        EXPECT_THAT(ppm, StartsWith(compress.empty() ? "P6" : "P3"));
+        EXPECT_TRUE(samePixels(*colour, *pictureOf(ppm).image));
+        std::string const pgm = convertedByOthers(fileOf(*grey, ".pgm").substr(12), asGrey, compress, "pgm");
+        EXPECT_THAT(pgm, StartsWith(compress.empty() ? "P5" : "P2"));
+        EXPECT_TRUE(samePixels(*grey, *pictureOf(pgm).image));
+
+        // Words that are bytes twice.
+        Picture const words = pictureOf(convertedByOthers(raw, asColour, compress + " -depth 16", "ppm"),
+                                        reading(Transfer::None));
+        ASSERT_EQ(words.image->pixelType(), PixelTypeId::Float3);
+        for (std::size_t i = 0; i < pixelsOf<Byte4>(*colour).size(); ++i) {
+            auto const [r, g, b, a] = pixelsOf<Byte4>(*colour)[i];
+            auto const level = [](unsigned char v) { return static_cast<float>(v * 257) / 65535.0f; };
+            EXPECT_EQ(pixelsOf<Float3>(*words.image)[i], (Float3{level(r), level(g), level(b)})) << i;
+        }
+    }
 }
 
 TEST(Pnm, SaysWhereAndWhatIsWrong)
@@ -194,10 +229,10 @@ TEST(Pnm, SaysWhereAndWhatIsWrong)
 
 TEST(Pnm, SurvivesEveryTruncationAndEveryChangeOfAByte)
 {
-    expectSurvivesEveryDamage("P6\n# a\n2 2\n255\nabcdefghijkl", 64);
-    expectSurvivesEveryDamage("P5 2 1 1000 abcd", 64);
-    expectSurvivesEveryDamage("P3 1 2 9\n1 2 3\n4 5#\n 6", 64);
-    expectSurvivesEveryDamage("P2 2 1 65535 1 65535", 64);
+    expectSurvivesEveryDamage("P6\n# a\n2 2\n255\nabcdefghijkl", 4096);
+    expectSurvivesEveryDamage("P5 2 1 1000 abcd", 4096);
+    expectSurvivesEveryDamage("P3 1 2 9\n1 2 3\n4 5#\n 6", 4096);
+    expectSurvivesEveryDamage("P2 2 1 65535 1 65535", 4096);
 }
 
 }  // namespace

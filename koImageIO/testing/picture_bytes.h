@@ -1,24 +1,17 @@
-// Picture files as bytes: what the tests of single formats share.
+// Picture files as text: what the tests of the formats share that begin with words.
 #pragma once
 
-#include "koImage/testing/test_images.h"
-#include "koImageIO/picture.h"
+#include "koImageIO/testing/files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
 #include <initializer_list>
-#include <iterator>
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace koImageIO::testing {
 
@@ -33,6 +26,12 @@ inline std::string textOf(std::initializer_list<int> bytes)
     for (int const byte : bytes)
         text += static_cast<char>(byte);
     return text;
+}
+
+inline std::string textOfFile(std::string const& name)
+{
+    Bytes const bytes = bytesOfFile(name);
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
 inline ReadOptions reading(Transfer transfer)
@@ -71,44 +70,15 @@ inline std::string complaintAbout(std::string const& file)
     return error.message();
 }
 
-/// A name that no other test process has, removed in the end.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(std::string const& extension)
-        : name_(::testing::TempDir() + "koimageio-" + std::to_string(getpid()) + "-" +
-                std::to_string(count_++) + extension)
-    {
-    }
-    TemporaryFile(TemporaryFile const&) = delete;
-    TemporaryFile& operator=(TemporaryFile const&) = delete;
-    ~TemporaryFile() { std::remove(name_.c_str()); }
-
-    std::string const& name() const { return name_; }
-
-    std::string bytes() const
-    {
-        std::ifstream in(name_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    void write(std::string const& bytes) const
-    {
-        std::ofstream(name_, std::ios::binary)
-            .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    }
-
-private:
-    static inline int count_ = 0;
-    std::string name_;
-};
-
-/// The bytes of a file in the format of that extension.
+/// The bytes of an image in the format of that extension.
 inline std::string fileOf(koImage::Image const& image, std::string const& extension, Misfits& misfits,
                           WriteOptions const& options = {})
 {
-    TemporaryFile const file(extension);
-    koUtil::Error const error = writePicture(koOS::Filename(file.name()), image, misfits, options);
+    Folder const folder;
+    std::string const name = folder / ("picture" + extension);
+    koUtil::Error const error = writePicture(koOS::Filename(name), image, misfits, options);
     EXPECT_FALSE(error) << error.message();
-    return file.bytes();
+    return textOfFile(name);
 }
 
 /// The same of an image that fits.
@@ -121,12 +91,25 @@ inline std::string fileOf(koImage::Image const& image, std::string const& extens
     return file;
 }
 
-/// Reads damaged bytes: there is a message that names the file and the byte, or a picture that such a file
-/// may hold.
-inline void expectSurvives(std::span<std::byte const> damaged, std::int64_t mostPixels)
+/// A file converted by ImageMagick, its options in front of the result: "-depth 8" "ppm".
+inline std::string convertedByOthers(std::string const& file, std::string const& from,
+                                     std::string const& options, std::string const& to)
+{
+    Folder const folder;
+    writeFile(folder / "picture", bytesOf(file));
+    EXPECT_TRUE(runs("convert-im6 " + from + ":" + folder / "picture" + " " + options + " " + to + ":" +
+                     folder / "converted"));
+    return textOfFile(folder / "converted");
+}
+
+/// Reads damaged bytes: there is a message that names the file and the byte, or a whole picture, and no piece
+/// of memory larger than `most` was asked for.
+inline void expectSurvives(std::span<std::byte const> damaged, std::size_t most)
 {
     Picture picture;
-    if (koUtil::Error const error = readPicture(damaged, "memory", picture)) {
+    koUtil::Error error;
+    ASSERT_LE(largestRequestOf([&] { error = readPicture(damaged, "memory", picture); }), most);
+    if (error) {
         ASSERT_THAT(error.message(), ::testing::MatchesRegex("memory: byte [0-9]+: .+"));
         ASSERT_EQ(picture.image.get(), nullptr);
         return;
@@ -136,28 +119,28 @@ inline void expectSurvives(std::span<std::byte const> damaged, std::int64_t most
     ASSERT_GT(picture.image->width(), 0);
     ASSERT_GT(picture.image->height(), 0);
     ASSERT_EQ(std::int64_t{picture.image->width()} * picture.image->height(), picture.image->pixelCount());
-    ASSERT_LE(picture.image->pixelCount(), mostPixels);
 }
 
-/// Every truncation of a file and every other value of each of its bytes.
-inline void expectSurvivesEveryDamage(std::string const& file, std::int64_t mostPixels)
+/// Every truncation of a file, and every other value of each of its bytes.
+inline void expectSurvivesEveryDamage(std::string const& file, std::size_t most)
 {
     // Vectors of the exact size, so that the address sanitizer sees the first byte beyond.
-    for (std::size_t size = 0; size < file.size(); ++size) {
+    Bytes const whole(bytesOf(file).begin(), bytesOf(file).end());
+    for (std::size_t size = 0; size < whole.size(); ++size) {
         SCOPED_TRACE(::testing::Message() << "the first " << size << " bytes");
-        std::vector<std::byte> const truncated(bytesOf(file).begin(),
-                                               bytesOf(file).begin() + std::ptrdiff_t(size));
-        ASSERT_NO_FATAL_FAILURE(expectSurvives(truncated, mostPixels));
+        Bytes const truncated(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        ASSERT_NO_FATAL_FAILURE(expectSurvives(truncated, most));
     }
-    std::vector<std::byte> changed(bytesOf(file).begin(), bytesOf(file).end());
-    for (std::size_t at = 0; at < file.size(); ++at) {
+    Bytes changed = whole;
+    for (std::size_t at = 0; at < whole.size(); ++at) {
         for (int difference = 1; difference < 256; ++difference) {
             SCOPED_TRACE(::testing::Message() << "byte " << at << " changed by " << difference);
-            changed[at] = bytesOf(file)[at] ^ std::byte(difference);
-            ASSERT_NO_FATAL_FAILURE(expectSurvives(changed, mostPixels));
+            changed[at] = whole[at] ^ static_cast<std::byte>(difference);
+            ASSERT_NO_FATAL_FAILURE(expectSurvives(changed, most));
         }
-        changed[at] = bytesOf(file)[at];
+        changed[at] = whole[at];
     }
+    pictureOf(file);  // which is one, undamaged
 }
 
 }  // namespace koImageIO::testing
