@@ -85,6 +85,7 @@ Cases allCases()
     addRemap(cases);
     addEdits(cases);
     addConversions(cases);
+    addBoundaries(cases);
 #if KO_PEER_OPENIMAGEIO
     addOpenImageIO(cases);
 #endif

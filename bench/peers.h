@@ -34,6 +34,7 @@ void addResize(Cases& cases);
 void addRemap(Cases& cases);
 void addEdits(Cases& cases);
 void addConversions(Cases& cases);
+void addBoundaries(Cases& cases);
 
 /// Compiled where OpenImageIO is installed.
 void addOpenImageIO(Cases& cases);

@@ -58,7 +58,7 @@ void remap(EnvironmentMap const& source, EnvironmentMap& destination)
         auto const written = pixelsOf<Pixel>(*to);
         if (holdsItsRows(*from) &&
             !overlap(read.data(), read.size_bytes(), written.data(), written.size_bytes()) &&
-            v3::remapPixels(source, typedFrom, destination, typedTo))
+            v3::remapping::remapPixels(source, typedFrom, destination, typedTo))
             return;
 #endif
         remapPixels(source, typedFrom, destination, typedTo);

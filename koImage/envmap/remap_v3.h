@@ -3,21 +3,25 @@
 //
 // A remapping has three parts, each chosen when the call is compiled:
 //
-//   ...Rows      what the destination's rows look at: pieces of a row that have directions, and the
-//                directions of eight neighbours. What a row or a column shares is computed once.
+//   ...Strip     what the destination looks at: the pieces of a row that have directions, and the directions
+//                of eight neighbours. It is a strip of columns, whose sines are computed once for all rows;
+//                what a row shares is computed once for its columns in the strip.
 //   ...Places    where the source shows eight directions
 //   Sampler      the bilinear samples at eight coordinates
+//
+// The strips also keep the cache: neighbours in both directions look at neighbours in the source, so most of
+// what one row has fetched serves the next.
 //
 // The shapes' own operations are the definition of the first two. Whatever the vectors cannot decide (a value
 // too close to the edge between two floats, a coordinate outside the image) goes through them, pixel by
 // pixel.
 #pragma once
 
-#include "koImage/envmap/arcs_v3.h"
 #include "koImage/envmap/bilinear.h"
 #include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/envmap/sphere_map.h"
+#include "koImage/envmap/trigonometry_v3.h"
 #include "koImage/image/half_v3.h"
 
 #if KO_SIMD_V3
@@ -25,9 +29,10 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <vector>
 
-namespace koImage::v3 {
+namespace koImage::v3::remapping {
+
+using namespace trigonometry;
 
 struct Directions {
     __m256 x;
@@ -62,116 +67,134 @@ inline __m256 toUnit(__m256 a)
     return _mm256_mul_ps(_mm256_add_ps(a, _mm256_set1_ps(1)), _mm256_set1_ps(0.5f));
 }
 
+using EightFloats = std::array<float, 8>;
+
+inline EightFloats arrayOf(__m256 vector)
+{
+    EightFloats array;
+    _mm256_storeu_ps(array.data(), vector);
+    return array;
+}
+
+inline __m256 vectorOf(EightFloats const& array)
+{
+    return _mm256_loadu_ps(array.data());
+}
+
+/// The bits of a mask that are not set.
+inline int unsureOf(__m256 sure)
+{
+    return ~_mm256_movemask_ps(sure) & 0xFF;
+}
+
 /// Calls visit(i) for every i whose bit is set.
 template <class Visit>
 void eachBit(int bits, Visit const& visit)
 {
     for (auto rest = static_cast<unsigned>(bits); rest != 0; rest &= rest - 1)
-        visit(std::countr_zero(rest));
+        visit(static_cast<std::size_t>(std::countr_zero(rest)));
 }
 
 // --- what the destination looks at ---
 
-// Tables are read in eights from any column on: they are this much longer than the row.
-inline constexpr std::size_t tableSlack = 8;
+inline constexpr int stripWidth = 256;
 
+/// A value for each column of a strip. Eight are read from any column on.
 template <class T>
-std::vector<T> columnTable(Image const& image)
-{
-    return std::vector<T>(static_cast<std::size_t>(image.width()) + tableSlack);
-}
+using ColumnTable = std::array<T, stripWidth + 8>;
 
-class LatLongRows {
+/// Columns begin .. end - 1 of an image, no more than stripWidth.
+struct Columns {
+    Image const& image;
+    int begin;
+    int end;
+
+    float u(int x) const { return centreOf(x, image.invWidth()); }
+    float v(int y) const { return centreOf(y, image.invHeight()); }
+    std::size_t at(int x) const { return static_cast<std::size_t>(x - begin); }
+};
+
+class LatLongStrip {
 public:
-    LatLongRows(LatLongMap const&, Image const& image)
+    LatLongStrip(LatLongMap const&, Columns columns) : columns_(columns)
     {
-        for (int x = 0; x < image.width(); ++x) {
-            double const b = LatLongMap::longitude(centreOf(x, image.invWidth()));
-            minusSines_.push_back(-std::sin(b));
-            minusCosines_.push_back(-std::cos(b));
-        }
-        minusSines_.resize(minusSines_.size() + tableSlack);
-        minusCosines_.resize(minusCosines_.size() + tableSlack);
-        for (int y = 0; y < image.height(); ++y) {
-            float const a = LatLongMap::latitude(centreOf(y, image.invHeight()));
-            sines_.push_back(static_cast<float>(std::sin(double{a})));
-            cosines_.push_back(LatLongMap::cosineOfLatitude(a));
+        for (int x = columns.begin; x < columns.end; ++x) {
+            double const b = LatLongMap::longitude(columns.u(x));
+            minusSines_[columns.at(x)] = -std::sin(b);
+            minusCosines_[columns.at(x)] = -std::cos(b);
         }
     }
 
-    /// Goes to a row and calls visit(first, last) for every piece of its columns begin .. end - 1 that has
-    /// directions.
+    /// Goes to a row and calls visit(first, last) for every piece first .. last - 1 that has directions.
     template <class Visit>
-    void pieces(int y, int begin, int end, Visit const& visit)
+    void eachPiece(int y, Visit const& visit)
     {
-        y_ = static_cast<std::size_t>(y);
-        visit(begin, end);
+        float const a = LatLongMap::latitude(columns_.v(y));
+        sine_ = static_cast<float>(std::sin(double{a}));
+        cosine_ = LatLongMap::cosineOfLatitude(a);
+        visit(columns_.begin, columns_.end);
     }
 
-    /// The directions of the pixels from column x on; any beyond the piece are of no account.
-    Directions at(int x) const
+    /// The directions of eight pixels from column x on; those beyond the piece are of no account.
+    Directions directions(int x) const
     {
-        return {scaled(&minusSines_[static_cast<std::size_t>(x)]),
-                scaled(&minusCosines_[static_cast<std::size_t>(x)]), _mm256_set1_ps(sines_[y_])};
+        std::size_t const i = columns_.at(x);
+        return {scaled(&minusSines_[i]), scaled(&minusCosines_[i]), _mm256_set1_ps(sine_)};
     }
 
 private:
     __m256 scaled(double const* values) const
     {
-        __m256d const c = _mm256_set1_pd(cosines_[y_]);
+        __m256d const c = _mm256_set1_pd(cosine_);
         return floatsOf(_mm256_mul_pd(_mm256_loadu_pd(values), c),
                         _mm256_mul_pd(_mm256_loadu_pd(values + 4), c));
     }
 
-    std::vector<double> minusSines_;  // of the columns' longitudes
-    std::vector<double> minusCosines_;
-    std::vector<float> sines_;  // of the rows' latitudes
-    std::vector<float> cosines_;
-    std::size_t y_ = 0;
+    Columns columns_;
+    ColumnTable<double> minusSines_ = {};  // of the longitudes
+    ColumnTable<double> minusCosines_ = {};
+    float sine_ = 0.0f;  // of the latitude
+    float cosine_ = 0.0f;
 };
 
-class CrossRows {
+class CrossStrip {
 public:
-    CrossRows(CrossMap const& map, Image const& image)
-        : map_(map),
-          image_(image),
-          placesU_(columnTable<float>(image))
+    CrossStrip(CrossMap const& map, Columns columns) : map_(map), columns_(columns)
     {
-        float const columns = map.horizontal() ? 4.0f : 3.0f;
-        for (int x = 0; x < image.width(); ++x) {
-            float const cellU = centreOf(x, image.invWidth()) * columns;
-            auto const column = static_cast<std::size_t>(truncateToInt(cellU));
-            placesU_[static_cast<std::size_t>(x)] = cellU - static_cast<float>(column);
-            // Centres lie in 0 .. 1, and that of the last column may round to 1.
-            if (column < maxColumns)
-                cellEnds_[column] = x + 1;
+        float const cells = map.horizontal() ? 4.0f : 3.0f;
+        for (int x = columns.begin; x < columns.end; ++x) {
+            float const cellU = columns.u(x) * cells;
+            auto const cell = static_cast<std::size_t>(truncateToInt(cellU));
+            places_[columns.at(x)] = cellU - static_cast<float>(cell);
+            // Centres lie in 0 .. 1. Only in an image too wide for floats is the last one 1, beyond the
+            // cells.
+            if (cell < cellEnds_.size())
+                cellEnds_[cell] = x + 1;
         }
     }
 
     template <class Visit>
-    void pieces(int y, int begin, int end, Visit const& visit)
+    void eachPiece(int y, Visit const& visit)
     {
-        float const v = centreOf(y, image_.invHeight());
-        for (int const cellEnd : cellEnds_) {
-            int const last = std::min(cellEnd, end);
-            if (last > begin) {
-                float unused;
-                if (map_.crossToCube(centreOf(begin, image_.invWidth()), v, face_, unused, placeV_))
-                    visit(begin, last);
-                begin = last;
-            }
+        int first = columns_.begin;
+        for (int const end : cellEnds_) {
+            if (first >= end)
+                continue;
+            float unused;
+            if (map_.crossToCube(columns_.u(first), columns_.v(y), face_, unused, rowPlace_))
+                visit(first, end);
+            first = end;
         }
     }
 
-    Directions at(int x) const
+    Directions directions(int x) const
     {
         __m256 const one = _mm256_set1_ps(1);
-        __m256 const two = _mm256_set1_ps(2);
-        __m256 place = _mm256_loadu_ps(&placesU_[static_cast<std::size_t>(x)]);
+        __m256 place = _mm256_loadu_ps(&places_[columns_.at(x)]);
         if (face_ == 5)
             place = _mm256_sub_ps(one, place);
-        __m256 const a = _mm256_sub_ps(_mm256_mul_ps(two, place), one);
-        __m256 const b = _mm256_set1_ps(2.0f * placeV_ - 1.0f);
+        __m256 const a = _mm256_sub_ps(_mm256_mul_ps(_mm256_set1_ps(2), place), one);
+        __m256 const b = _mm256_set1_ps(2.0f * rowPlace_ - 1.0f);
         switch (face_) {
         case 0:
             return normalised({negated(one), a, b});
@@ -189,8 +212,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t maxColumns = 4;
-
     /// As VectorFlt::normalize; one component is 1, so the length is not 0.
     static Directions normalised(Directions const& d)
     {
@@ -200,54 +221,91 @@ private:
     }
 
     CrossMap const& map_;
-    Image const& image_;
-    std::vector<float> placesU_;                 // fu of every column, before face 5 is turned
-    std::array<int, maxColumns> cellEnds_ = {};  // one past the last column of pixels in each column of cells
+    Columns columns_;
+    ColumnTable<float> places_ = {};    // fu, before face 5 is turned
+    std::array<int, 4> cellEnds_ = {};  // one past the last column of the strip in each column of cells
     int face_ = 0;
-    float placeV_ = 0.0f;
+    float rowPlace_ = 0.0f;  // fv
 };
 
-class SphereRows {
+class SphereStrip {
 public:
-    SphereRows(SphereMap const& map, Image const& image) : map_(map), image_(image) {}
-
-    template <class Visit>
-    void pieces(int y, int begin, int end, Visit const& visit)
+    SphereStrip(SphereMap const& map, Columns columns) : map_(map), columns_(columns)
     {
-        v_ = centreOf(y, image_.invHeight());
-        // The disc is convex: one piece, found from both ends.
-        while (begin < end && !hasDirection(begin))
-            ++begin;
-        while (begin < end && !hasDirection(end - 1))
-            --end;
-        if (begin < end)
-            visit(begin, end);
+        for (int x = columns.begin; x < columns.end; ++x)
+            x_[columns.at(x)] = 2.0f * columns.u(x) - 1.0f;
     }
 
-    Directions at(int x) const
+    template <class Visit>
+    void eachPiece(int row, Visit const& visit)
     {
-        alignas(32) std::array<std::array<float, 8>, 3> d;
-        for (std::size_t i = 0; i < 8; ++i) {
-            koLinear::VectorFlt dir;
-            map_.coordToDir(centreOf(x + static_cast<int>(i), image_.invWidth()), v_, dir);
-            d[0][i] = dir.x;
-            d[1][i] = dir.y;
-            d[2][i] = dir.z;
-        }
-        return {_mm256_load_ps(d[0].data()), _mm256_load_ps(d[1].data()), _mm256_load_ps(d[2].data())};
+        v_ = columns_.v(row);
+        y_ = 2.0f * v_ - 1.0f;
+        auto const isOutside = [this](int column) {
+            float const x = x_[columns_.at(column)];
+            return std::sqrt(x * x + y_ * y_) > 1.0f;
+        };
+        // The radius falls towards the middle and grows from there, also when rounded: there is one piece.
+        int first = columns_.begin;
+        int last = columns_.end;
+        while (first < last && isOutside(first))
+            ++first;
+        while (first < last && isOutside(last - 1))
+            --last;
+        if (first < last)
+            visit(first, last);
+    }
+
+    Directions directions(int column) const
+    {
+        __m256 const x = _mm256_loadu_ps(&x_[columns_.at(column)]);
+        __m256 const y = _mm256_set1_ps(y_);
+        Rounded const phi =
+            roundedSurely(atan2(lowDoubles(y), lowDoubles(x)), atan2(highDoubles(y), highDoubles(x)));
+        __m256 const r = _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(x, x), _mm256_mul_ps(y, y)));
+        __m256 const theta = _mm256_mul_ps(r, _mm256_set1_ps(EnvironmentMap::pi));
+
+        SineCosine const lowPhi = sineCosine(lowDoubles(phi.value));
+        SineCosine const highPhi = sineCosine(highDoubles(phi.value));
+        SineCosine const lowTheta = sineCosine(lowDoubles(theta));
+        SineCosine const highTheta = sineCosine(highDoubles(theta));
+        Rounded const dirX = roundedSurely(_mm256_mul_pd(lowPhi.cosine, lowTheta.sine),
+                                           _mm256_mul_pd(highPhi.cosine, highTheta.sine));
+        Rounded const minusDirY = roundedSurely(lowTheta.cosine, highTheta.cosine);
+        Rounded const dirZ = roundedSurely(_mm256_mul_pd(lowPhi.sine, lowTheta.sine),
+                                           _mm256_mul_pd(highPhi.sine, highTheta.sine));
+
+        // At the centre phi is no number, so not sure.
+        Directions directions = {dirX.value, negated(minusDirY.value), dirZ.value};
+        int const unsure = unsureOf(
+            _mm256_and_ps(_mm256_and_ps(phi.sure, dirX.sure), _mm256_and_ps(minusDirY.sure, dirZ.sure)));
+        if (unsure != 0) [[unlikely]]
+            decide(column, unsure, directions);
+        return directions;
     }
 
 private:
-    bool hasDirection(int column) const
+    /// Puts the map's own answer where a bit of `unsure` is set.
+    void decide(int column, int unsure, Directions& directions) const
     {
-        float const x = 2.0f * centreOf(column, image_.invWidth()) - 1.0f;
-        float const y = 2.0f * v_ - 1.0f;
-        return std::sqrt(x * x + y * y) <= 1.0f;
+        auto x = arrayOf(directions.x);
+        auto y = arrayOf(directions.y);
+        auto z = arrayOf(directions.z);
+        eachBit(unsure, [&](std::size_t i) {
+            koLinear::VectorFlt dir;
+            map_.coordToDir(columns_.u(column + static_cast<int>(i)), v_, dir);
+            x[i] = dir.x;
+            y[i] = dir.y;
+            z[i] = dir.z;
+        });
+        directions = {vectorOf(x), vectorOf(y), vectorOf(z)};
     }
 
     SphereMap const& map_;
-    Image const& image_;
+    Columns columns_;
+    ColumnTable<float> x_ = {};  // 2u - 1
     float v_ = 0.0f;
+    float y_ = 0.0f;  // 2v - 1
 };
 
 // --- where the source shows it ---
@@ -256,17 +314,13 @@ private:
 inline void decide(EnvironmentMap const& map, Directions const& directions, int unsure,
                    Coordinates& coordinates)
 {
-    alignas(32) std::array<float, 8> x, y, z, u, v;
-    _mm256_store_ps(x.data(), directions.x);
-    _mm256_store_ps(y.data(), directions.y);
-    _mm256_store_ps(z.data(), directions.z);
-    _mm256_store_ps(u.data(), coordinates.u);
-    _mm256_store_ps(v.data(), coordinates.v);
-    eachBit(unsure, [&](int bit) {
-        auto const i = static_cast<std::size_t>(bit);
-        map.dirToCoord({x[i], y[i], z[i]}, u[i], v[i]);
-    });
-    coordinates = {_mm256_load_ps(u.data()), _mm256_load_ps(v.data())};
+    auto const x = arrayOf(directions.x);
+    auto const y = arrayOf(directions.y);
+    auto const z = arrayOf(directions.z);
+    auto u = arrayOf(coordinates.u);
+    auto v = arrayOf(coordinates.v);
+    eachBit(unsure, [&](std::size_t i) { map.dirToCoord({x[i], y[i], z[i]}, u[i], v[i]); });
+    coordinates = {vectorOf(u), vectorOf(v)};
 }
 
 class LatLongPlaces {
@@ -281,12 +335,12 @@ public:
         Rounded const lon = roundedSurely(atan2(lowDoubles(minusX), lowDoubles(minusY)),
                                           atan2(highDoubles(minusX), highDoubles(minusY)));
 
-        __m256 const pi = _mm256_set1_ps(3.1415927f);
+        __m256 const pi = _mm256_set1_ps(EnvironmentMap::pi);
         Coordinates coordinates = {toUnit(_mm256_div_ps(lon.value, pi)),
                                    toUnit(_mm256_div_ps(_mm256_mul_ps(_mm256_set1_ps(2), lat.value), pi))};
-        int const sure = _mm256_movemask_ps(_mm256_and_ps(lat.sure, lon.sure));
-        if (sure != 0xFF) [[unlikely]]
-            decide(map_, d, ~sure & 0xFF, coordinates);
+        int const unsure = unsureOf(_mm256_and_ps(lat.sure, lon.sure));
+        if (unsure != 0) [[unlikely]]
+            decide(map_, d, unsure, coordinates);
         return coordinates;
     }
 
@@ -302,7 +356,7 @@ public:
     {
         __m256 const rho = _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(d.x, d.x), _mm256_mul_ps(d.z, d.z)));
         __m256 const minusY = negated(d.y);
-        // Where rho is 0 this is no number: not sure.
+        // Where rho is 0 this is no number, so not sure.
         __m256d const kLow = factor(lowDoubles(minusY), lowDoubles(rho));
         __m256d const kHigh = factor(highDoubles(minusY), highDoubles(rho));
         Rounded const u =
@@ -311,9 +365,9 @@ public:
             shifted(_mm256_mul_pd(kLow, lowDoubles(d.z)), _mm256_mul_pd(kHigh, highDoubles(d.z)));
 
         Coordinates coordinates = {u.value, v.value};
-        int const sure = _mm256_movemask_ps(_mm256_and_ps(u.sure, v.sure));
-        if (sure != 0xFF) [[unlikely]]
-            decide(map_, d, ~sure & 0xFF, coordinates);
+        int const unsure = unsureOf(_mm256_and_ps(u.sure, v.sure));
+        if (unsure != 0) [[unlikely]]
+            decide(map_, d, unsure, coordinates);
         return coordinates;
     }
 
@@ -321,7 +375,7 @@ private:
     static __m256d factor(__m256d minusY, __m256d rho)
     {
         return _mm256_div_pd(_mm256_mul_pd(acos(minusY), _mm256_set1_pd(0.5)),
-                             _mm256_mul_pd(rho, _mm256_set1_pd(double{3.1415927f})));
+                             _mm256_mul_pd(rho, _mm256_set1_pd(double{EnvironmentMap::pi})));
     }
 
     static Rounded shifted(__m256d low, __m256d high)
@@ -343,7 +397,7 @@ public:
         }
     }
 
-    /// Of unit vectors: the case of the zero vector is left out.
+    /// Of directions that the other shapes give: the zero vector, a case of its own, is not among them.
     Coordinates of(Directions const& d) const
     {
         __m256 const ax = magnitude(d.x);
@@ -355,8 +409,12 @@ public:
         __m256 const one = _mm256_set1_ps(1);
         __m256 const s = _mm256_div_ps(one, select(onX, ax, select(onY, ay, az)));
 
-        // p: -y towards +x, else y; x towards +y, else -x; -x. q: z; z; y towards +z, else -y. Faces count
-        // from the negative side of each axis, but for y.
+        // The largest component is not 0, so its sign bit tells the side:
+        //
+        //          +x   -x   +y   -y   +z   -z
+        //   face    1    0    5    4    3    2
+        //   p      -y    y    x   -x   -x   -x
+        //   q       z    z    z    z    y   -y
         __m256 const signBit = _mm256_set1_ps(-0.0f);
         __m256 const facing = _mm256_and_ps(select(onX, d.x, select(onY, d.y, d.z)), signBit);
         __m256 const p = select(onX, _mm256_xor_ps(negated(d.y), facing),
@@ -440,12 +498,8 @@ __m256 blend(__m256 near, __m256 far, __m256 nearWeight, __m256 farWeight)
 // Two pixels in a register, four floats each. Of Float3 the fourth is of no account: it is read from the
 // pixel that follows, and written where only the next one will be.
 
-inline __m256 loadTwo(Float4 const* pixels, std::int32_t first, std::int32_t second)
-{
-    return _mm256_loadu2_m128(&pixels[second].r, &pixels[first].r);
-}
-
-inline __m256 loadTwo(Float3 const* pixels, std::int32_t first, std::int32_t second)
+template <class Pixel>
+__m256 loadTwo(Pixel const* pixels, std::int32_t first, std::int32_t second)
 {
     return _mm256_loadu2_m128(&pixels[second].r, &pixels[first].r);
 }
@@ -574,9 +628,8 @@ private:
 
     void sampleEach(Coordinates const& at, int count, Pixel* out) const
     {
-        alignas(32) std::array<float, 8> u, v;
-        _mm256_store_ps(u.data(), at.u);
-        _mm256_store_ps(v.data(), at.v);
+        auto const u = arrayOf(at.u);
+        auto const v = arrayOf(at.v);
         for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
             sampleBilinear(image_, u[i], v[i], out[i]);
     }
@@ -584,71 +637,36 @@ private:
     TypedImage<Pixel> const& image_;
 };
 
-// --- all of it ---
+// --- strip by strip ---
 
-// Tiles of the destination: neighbours in both directions look at neighbours in the source, so what a row has
-// fetched is still in the cache for the next ones.
-#ifndef TH
-#define TH 64
-#define TW 128
-#endif
-inline constexpr int tileHeight = TH;
-inline constexpr int remapTileWidth = TW;
-
-/// The columns begin .. end - 1 of one row.
-template <class Rows, class Places, class Pixel>
-void remapRow(Rows& rows, Places const& places, Sampler<Pixel> const& sampler, int y, int begin, int end,
-              Pixel* row)
+template <class Strip, class Places, class Pixel>
+void remapStrip(Strip strip, Columns columns, Places const& places, Sampler<Pixel> const& sampler,
+                TypedImage<Pixel>& to)
 {
-    int done = begin;
-    rows.pieces(y, begin, end, [&](int first, int last) {
-        std::fill(row + done, row + first, Pixel{});
-        for (int x = first; x < last; x += 8)
-            sampler.sample(places.of(rows.at(x)), std::min(last - x, 8), row + x);
-        done = last;
-    });
-    std::fill(row + done, row + end, Pixel{});
+    for (int y = 0; y < to.height(); ++y) {
+        Pixel* const row = to.pixels() + pixelOffset(0, y, to.width());
+        int done = columns.begin;
+        strip.eachPiece(y, [&](int first, int last) {
+            std::fill(row + done, row + first, Pixel{});
+            for (int x = first; x < last; x += 8)
+                sampler.sample(places.of(strip.directions(x)), std::min(last - x, 8), row + x);
+            done = last;
+        });
+        std::fill(row + done, row + columns.end, Pixel{});
+    }
 }
 
-template <class Rows, class Places, class Pixel>
-void remapTiles(Rows rows, Places const& places, TypedImage<Pixel> const& from, TypedImage<Pixel>& to)
+inline LatLongStrip stripOf(LatLongMap const& map, Columns columns)
 {
-    Sampler<Pixel> const sampler(from);
-    int const width = to.width();
-    int const height = to.height();
-    for (int bottom = 0; bottom < height; bottom += std::min(tileHeight, height - bottom))
-        for (int left = 0; left < width; left += std::min(remapTileWidth, width - left)) {
-            int const top = bottom + std::min(tileHeight, height - bottom);
-            for (int y = bottom; y < top; ++y)
-                remapRow(rows, places, sampler, y, left, left + std::min(remapTileWidth, width - left),
-                         to.pixels() + pixelOffset(0, y, width));
-        }
+    return {map, columns};
 }
-
-/// Calls visit with the map as the shape that it is; returns false for any other.
-template <class Visit>
-bool asShape(EnvironmentMap const& map, Visit const& visit)
+inline CrossStrip stripOf(CrossMap const& map, Columns columns)
 {
-    auto const is = [&](auto const* shape) {
-        if (shape != nullptr)
-            visit(*shape);
-        return shape != nullptr;
-    };
-    return is(dynamic_cast<LatLongMap const*>(&map)) || is(dynamic_cast<CrossMap const*>(&map)) ||
-           is(dynamic_cast<SphereMap const*>(&map));
+    return {map, columns};
 }
-
-inline LatLongRows rowsOf(LatLongMap const& map, Image const& image)
+inline SphereStrip stripOf(SphereMap const& map, Columns columns)
 {
-    return {map, image};
-}
-inline CrossRows rowsOf(CrossMap const& map, Image const& image)
-{
-    return {map, image};
-}
-inline SphereRows rowsOf(SphereMap const& map, Image const& image)
-{
-    return {map, image};
+    return {map, columns};
 }
 
 inline LatLongPlaces placesOf(LatLongMap const& map)
@@ -664,6 +682,19 @@ inline SpherePlaces placesOf(SphereMap const& map)
     return SpherePlaces(map);
 }
 
+/// Calls visit with the map as the shape that it is; returns false for any other.
+template <class Visit>
+bool asShape(EnvironmentMap const& map, Visit const& visit)
+{
+    auto const is = [&](auto const* shape) {
+        if (shape != nullptr)
+            visit(*shape);
+        return shape != nullptr;
+    };
+    return is(dynamic_cast<LatLongMap const*>(&map)) || is(dynamic_cast<CrossMap const*>(&map)) ||
+           is(dynamic_cast<SphereMap const*>(&map));
+}
+
 /// Remaps between two of the three shapes, images whose sizes describe their pixels and that share none.
 /// Returns false, nothing done, for other shapes.
 template <class Pixel>
@@ -673,12 +704,17 @@ bool remapPixels(EnvironmentMap const& source, TypedImage<Pixel> const& from,
     bool done = false;
     asShape(destination, [&](auto const& toShape) {
         done = asShape(source, [&](auto const& fromShape) {
-            remapTiles(rowsOf(toShape, to), placesOf(fromShape), from, to);
+            auto const places = placesOf(fromShape);
+            Sampler<Pixel> const sampler(from);
+            for (int begin = 0, end = 0; begin < to.width(); begin = end) {
+                end = begin + std::min(to.width() - begin, stripWidth);
+                remapStrip(stripOf(toShape, {to, begin, end}), {to, begin, end}, places, sampler, to);
+            }
         });
     });
     return done;
 }
 
-}  // namespace koImage::v3
+}  // namespace koImage::v3::remapping
 
 #endif
