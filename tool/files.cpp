@@ -278,7 +278,12 @@ std::string printable(std::string text)
 
 koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name)
 {
-    std::erase_if(metadata, [&](auto const& entry) { return entry.first == name; });
+    auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    auto const same = [&](std::string const& other) {
+        return std::equal(other.begin(), other.end(), name.begin(), name.end(),
+                          [&](char a, char b) { return lower(a) == lower(b); });
+    };
+    std::erase_if(metadata, [&](auto const& entry) { return same(entry.first); });
     return metadata;
 }
 

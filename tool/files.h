@@ -102,7 +102,7 @@ std::string jsonText(nlohmann::ordered_json const& json);
 /// Text of a file fit for a terminal: control characters, which could steer it, become question marks.
 std::string printable(std::string text);
 
-/// Metadata without the entries of that name.
+/// Metadata without the entries of that name, in small letters or capitals.
 koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name);
 
 }  // namespace koTool

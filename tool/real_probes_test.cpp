@@ -1,4 +1,4 @@
-// Real light probes, lat-long maps of 1024 x 512 halves with suns, lamps and night skies: read, taken apart
+// Real light probes, lat-long maps of 1024 x 512 floats with suns, lamps and night skies: read, taken apart
 // into the faces of a cross, and put together again.
 
 #include "tool/testing/command.h"
