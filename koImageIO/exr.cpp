@@ -59,6 +59,7 @@ constexpr Compression compressions[] = {
 };
 // What is outside the data window takes no bytes: it counts as the tightest packing.
 constexpr std::uint64_t expansionOfNothing = 64 * deflate;
+constexpr std::uint64_t bytesOfWidestPixel = sizeof(koImage::Float4);
 
 // The allocator of the library's core, which gives it no place for anything of ours: the largest piece that
 // may be asked for stands beside it.
@@ -427,20 +428,22 @@ private:
 
 // Reads the pixels of a file into an image of the display window's size that is black.
 koUtil::Error readPixels(Checked& checked, std::span<std::byte const> file, std::string const& name,
-                         Selection const& selection, Window const& data, Window const& display, bool tiled,
-                         Image& image, koUtil::Progress* progress)
+                         Selection const& selection, Window const& data, Window const& display,
+                         std::uint64_t storedBytes, bool tiled, Image& image, koUtil::Progress* progress)
 {
     std::uint32_t tileWidth = 0, tileHeight = 0;
     std::int32_t chunkLines = 0;
     if ((tiled ? exr_get_tile_descriptor(checked.context(), 0, &tileWidth, &tileHeight, nullptr, nullptr)
                : exr_get_scanlines_per_chunk(checked.context(), 0, &chunkLines)) != EXR_ERR_SUCCESS)
         return checked.error(name);
-    // Whole tiles are decoded, however small the picture.
-    if (tiled && (tileWidth == 0 || tileHeight == 0))
-        return checked.error(name, "the header is damaged");
-    if (tiled && !fits({0, 0, tileWidth, tileHeight}, 16, expansionOfNothing * file.size()))
-        return checked.error(name, "the file is too short for its tiles");
     std::int64_t const blockLines = tiled ? std::int64_t{tileHeight} : chunkLines;
+    std::int64_t const blockWidth = std::max<std::int64_t>(data.width, tileWidth);
+    if (blockLines < 1 || (tiled && tileWidth == 0))
+        return checked.error(name, "the header is damaged");
+    // The library has room for whole chunks and tiles, however small the picture.
+    if (!fits({0, 0, blockWidth, blockLines}, std::max(storedBytes, bytesOfWidestPixel),
+              expansionOfNothing * file.size()))
+        return checked.error(name, "the file is too short for its chunks");
 
     try {
         InputStream stream(file);
@@ -532,7 +535,7 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
         packing >= std::size(compressions))
         return errorAt(name, 0, "the header is damaged");
     if (!fits(data, storedBytes, compressions[packing].largestExpansion * file.size()) ||
-        !fits(display, 16, expansionOfNothing * file.size()))
+        !fits(display, bytesOfWidestPixel, expansionOfNothing * file.size()))
         return errorAt(name, 0,
                        "the file is too short for its windows of " + std::to_string(data.width) + " x " +
                            std::to_string(data.height) + " and " + std::to_string(display.width) + " x " +
@@ -546,7 +549,7 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
                 static_cast<std::size_t>(image.pixelCount()) *
                     static_cast<std::size_t>(image.bytesPerPixel()));
 
-    if (koUtil::Error error = readPixels(checked, file, name, selection, data, display,
+    if (koUtil::Error error = readPixels(checked, file, name, selection, data, display, storedBytes,
                                          storage == EXR_STORAGE_TILED, image, progress))
         return error;
     if (selection.places.size() == 2 && selection.complete)

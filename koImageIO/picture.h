@@ -13,8 +13,10 @@
 // of one channel is grey, whatever its name; else R, G and B make the picture, or Y, with A beside them; what
 // is missing of R, G, B is 0, missing A is 1. The picture is the display window: pixels of it that lie
 // outside the data window are 0, alpha too, and data outside it is left out. Deep parts, subsampled channels
-// and luminance with chroma are errors. PNG: levels are taken as sRGB, whatever the file says of its colours;
-// only a gAMA of 1 without sRGB means linear levels. Colour profiles are not applied.
+// and luminance with chroma are errors.
+//
+// PNG: levels are taken as sRGB, whatever the file says of its colours; only a gAMA of 1 without sRGB means
+// linear levels. Colour profiles are not applied.
 //
 //   rows     row 0 of an image is the bottom of the picture; files begin with the top. Reading and writing
 //            turn the rows over, and nothing else in koImage ever does.
@@ -51,7 +53,8 @@ namespace koImageIO {
 
 enum class PictureFormat { Exr, Hdr, Png, Pfm, Pnm };
 
-/// Values that a pixel type or a file could not hold, and what became of them.
+/// Values that a pixel type or a file could not hold, and what became of them. Half floats hold infinities
+/// and NaN.
 struct Misfits {
     std::int64_t overflow = 0;  ///< above the largest value, infinity included: became the largest
     std::int64_t negative = 0;  ///< below the smallest value, minus infinity included: became the smallest
