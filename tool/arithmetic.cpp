@@ -58,7 +58,12 @@ void add(CLI::App& command)
 {
     auto const arithmetic = std::make_shared<Arithmetic>();
     command.add_option("A", arithmetic->first, "The first picture, - for standard input")->required();
-    command.add_option("B", arithmetic->second, "The second, of the same size")->required();
+    command
+        .add_option("B", arithmetic->second,
+                    "The second, of the same size. Two pictures of halves, of Float3 or of Float4 are "
+                    "calculated as they are,\n"
+                    "alpha like a colour; any others as Float3: linear light, without alpha")
+        ->required();
     arithmetic->files.addInput(command);
     arithmetic->files.addOutput(command);
     command.callback([arithmetic] { run(*arithmetic, operate); });

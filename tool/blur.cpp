@@ -38,7 +38,7 @@ void add(CLI::App& command)
 
 }  // namespace
 
-Verb const blurVerb = {"blur", "A blurred picture; bytes are blurred as they are stored",
+Verb const blurVerb = {"blur", "A blurred picture: bytes as they are stored, halves as floats",
                        "koimage blur sky.exr soft.exr 15\n"
                        "koimage blur panorama.exr soft.exr 31 --wrap x",
                        add};

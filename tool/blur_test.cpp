@@ -75,6 +75,33 @@ TEST(Blur, BlursColoursAndAlphaOfFloat4LikeAnyChannel)
     }
 }
 
+// In sums of halves, this sun would be infinite, and the rest of its lines NaN.
+TEST(Blur, BlursHalvesAsFloats)
+{
+    Folder const folder;
+    auto const image = imageOf<koImage::Half4>({40, 20});
+    for (auto& pixel : koImage::pixelsOf<koImage::Half4>(*image))
+        pixel = {0.25f, 0.5f, 0.75f, 1.0f};
+    image->pixels()[300] = {40000.0f, 40000.0f, 30000.0f, 1.0f};
+    koImageIO::Misfits misfits;
+    ASSERT_FALSE(koImageIO::writePicture(folder / "a.exr", *image, misfits));
+    auto const outcome = koimage({"blur", folder / "a.exr", folder / "b.exr", "7"});
+    EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+
+    auto const expected = imageOf<Float3>({0, 0});
+    koImage::imageBlur(*colours(folder / "a.exr"), *expected, 7, false, false);
+    EXPECT_TRUE(samePixels(*expected, *picture(folder / "b.exr").image));
+    auto const about = info(folder / "b.exr");
+    EXPECT_EQ(0, about["nan"]);
+    EXPECT_EQ(0, about["infinite"]);
+
+    // Alpha that says something stays.
+    image->pixels()[0].a = 0.5f;
+    ASSERT_FALSE(koImageIO::writePicture(folder / "a.exr", *image, misfits));
+    EXPECT_EQ(0, koimage({"blur", folder / "a.exr", folder / "b.exr", "7"}).exitCode);
+    EXPECT_EQ(koImage::PixelTypeId::Float4, picture(folder / "b.exr").image->pixelType());
+}
+
 TEST(Blur, RefusesDiametersThatAreNone)
 {
     Folder const folder;

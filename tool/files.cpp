@@ -48,16 +48,29 @@ std::string shown(std::string const& file, char const* standardName)
     return file == "-" ? standardName : file;
 }
 
-/// The type of floats that holds all of a picture.
-PixelTypeId lightType(koImage::Image const& image)
+template <class Pixel>
+bool opaque(koImage::Image const& image, decltype(Pixel::a) full)
 {
-    if (image.pixelType() == PixelTypeId::Byte)
+    auto const pixels = koImage::pixelsOf<Pixel>(image);
+    return std::all_of(pixels.begin(), pixels.end(), [full](Pixel const& p) { return p.a == full; });
+}
+
+/// The type of floats that holds all that a picture says.
+PixelTypeId floatsFor(koImage::Image const& image)
+{
+    auto const colours = [](bool withoutAlpha) {
+        return withoutAlpha ? PixelTypeId::Float3 : PixelTypeId::Float4;
+    };
+    switch (image.pixelType()) {
+    case PixelTypeId::Byte:
         return PixelTypeId::Float;
-    if (image.pixelType() != PixelTypeId::Byte4)
+    case PixelTypeId::Byte4:
+        return colours(opaque<koImage::Byte4>(image, 255));
+    case PixelTypeId::Half4:
+        return colours(opaque<koImage::Half4>(image, 1.0f));
+    default:
         return image.pixelType();
-    auto const pixels = koImage::pixelsOf<koImage::Byte4>(image);
-    bool const opaque = std::all_of(pixels.begin(), pixels.end(), [](auto const& p) { return p.a == 255; });
-    return opaque ? PixelTypeId::Float3 : PixelTypeId::Float4;
+    }
 }
 
 }  // namespace
@@ -127,8 +140,8 @@ Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
     readWith(options);
 
     if (!takes(picture.image->pixelType()) && !type_) {
-        auto const light = lightType(*picture.image);
-        options.pixelType = takes(light) ? light : PixelTypeId::Float3;
+        auto const floats = floatsFor(*picture.image);
+        options.pixelType = takes(floats) ? floats : PixelTypeId::Float3;
         readWith(options);
     }
     if (!takes(picture.image->pixelType()))
@@ -265,7 +278,12 @@ std::string printable(std::string text)
 
 koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name)
 {
-    std::erase_if(metadata, [&](auto const& entry) { return entry.first == name; });
+    auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    auto const same = [&](std::string const& other) {
+        return std::equal(other.begin(), other.end(), name.begin(), name.end(),
+                          [&](char a, char b) { return lower(a) == lower(b); });
+    };
+    std::erase_if(metadata, [&](auto const& entry) { return same(entry.first); });
     return metadata;
 }
 

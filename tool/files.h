@@ -34,9 +34,9 @@ public:
     /// Reads a picture; standard input as often as it is asked for.
     ///
     ///   takes   whether the work is defined for a pixel type. Where it is not for the type of the file, and
-    ///           no type was asked for, the picture is read as floats, in linear light: bytes as Float if
-    ///           they are grey and as Float4 if their alpha is not full everywhere; as Float3 otherwise, and
-    ///           where those are not taken either
+    ///           no type was asked for, the picture is read as floats, in linear light: Float where it is
+    ///           grey bytes, Float4 where bytes or halves have alpha that is not full everywhere, Float3
+    ///           otherwise, and where those are not taken either
     koImageIO::Picture read(std::string const& file, bool (*takes)(koImage::PixelTypeId) = anyType);
 
     /// The same as pixels of that type.
@@ -102,7 +102,7 @@ std::string jsonText(nlohmann::ordered_json const& json);
 /// Text of a file fit for a terminal: control characters, which could steer it, become question marks.
 std::string printable(std::string text);
 
-/// Metadata without the entries of that name.
+/// Metadata without the entries of that name, in small letters or capitals.
 koImageIO::Metadata without(koImageIO::Metadata metadata, std::string const& name);
 
 }  // namespace koTool

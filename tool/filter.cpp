@@ -52,7 +52,7 @@ void addWrap(CLI::App& command, Wrap& wrap)
 
 bool blurTakes(PixelTypeId type)
 {
-    return BlurPixels::contains(type) || type == PixelTypeId::Float4;
+    return (BlurPixels::contains(type) && type != PixelTypeId::Half4) || type == PixelTypeId::Float4;
 }
 
 ko::Reference<Image> blurred(Image const& image, int diameter, Wrap wrap)

@@ -17,7 +17,10 @@ struct Wrap {
 /// --wrap
 void addWrap(CLI::App& command, Wrap& wrap);
 
-/// Whether `blurred` takes a pixel type: BlurPixels, and Float4.
+/// Whether `blurred` takes a pixel type: BlurPixels without Half4, and Float4.
+///
+/// The sums of imageBlur are halves for Half4: beside a sun they lose the sky, or become infinite and then
+/// NaN. A command has the time to go by way of floats.
 bool blurTakes(koImage::PixelTypeId type);
 
 /// A blurred copy, with the kernel of imageBlur. The four channels of Float4 are filtered like those of the

@@ -178,7 +178,7 @@ TEST(Command, LeavesNothingBehindWhenItIsInterrupted)
     Folder const folder;
     writeFile(folder / "old.png", "old");
     std::string const out = folder / "old.png";
-    for (int const milliseconds : {20, 100, 300, 600, 1000}) {
+    for (int const milliseconds : {20, 100, 200, 400, 700}) {
         std::string program = KOIMAGE_COMMAND;
         std::vector<std::string> arguments = {program, "probe", out, "--shape", "latlong", "--size", "8192"};
         std::vector<char*> argv;

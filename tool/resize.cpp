@@ -78,14 +78,15 @@ Size sizeFor(Image const& image, std::vector<std::string> const& size)
     return {static_cast<int>(width), static_cast<int>(height)};
 }
 
-bool takes(PixelTypeId type)
+bool takesBlurred(PixelTypeId type)
 {
     return ResamplePixels::contains(type) && blurTakes(type);
 }
 
 void run(Resize& resize)
 {
-    auto const picture = resize.files.read(resize.input, takes);
+    auto const picture =
+        resize.files.read(resize.input, resize.blur == "0" ? ResamplePixels::contains : takesBlurred);
     auto image = picture.image;
     auto const [width, height] = sizeFor(*image, resize.size);
 
