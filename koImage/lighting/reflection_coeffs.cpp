@@ -1,6 +1,7 @@
 #include "koImage/lighting/reflection_coeffs.h"
 
 #include "koImage/image/numeric.h"
+#include "koImage/image/simd.h"
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/harmonics_tables.h"
 #include "koImage/lighting/lanes.h"
@@ -146,6 +147,12 @@ private:
 
     void tilt(int t, std::vector<RowSeries>& series) const
     {
+        // The entries lie far apart: asked for all at once they arrive together, not one after the other.
+        for (int l = 0; l <= convolution_.lightOrder(); ++l)
+            for (int m = -l; m <= l; ++m)
+                for (int q = -std::min(l, outputDegree); q <= std::min(l, outputDegree); ++q)
+                    prefetchAhead(rotations_.at(l, m, q) + t, 0);
+
         for (int q = -outputDegree; q <= outputDegree; ++q) {
             int p = std::abs(q);
             for (; p < outputDegree; p += 2)
@@ -169,11 +176,13 @@ private:
                 Lanes minus;
                 loadLanes(plus, rotations_.at(l, j, q) + t);
                 loadLanes(minus, rotations_.at(l, -j, q) + t);
-                if (j > 0)
-                    add<count>(convolution_.at(l, -j, p, order), minus, plus, a, b);
-
+                if (j > 0) {
+                    addProducts<count>(convolution_.at(l, -j, p, order), minus, a);
+                    addProducts<count>(convolution_.at(l, -j, p, order), plus, b);
+                }
                 // Minus for order 0 as well, on purpose.
-                add<count>(convolution_.at(l, j, p, order), plus, -minus, a, b);
+                addProducts<count>(convolution_.at(l, j, p, order), plus, a);
+                addProducts<count>(convolution_.at(l, j, p, order), -minus, b);
             }
             for (std::size_t i = 0; i < count; ++i)
                 for (int c = 0; c < 3; ++c) {
@@ -190,14 +199,12 @@ private:
     }
 
     template <std::size_t count, class Sums>
-    static void add(Double3 const* entries, Lanes const& forA, Lanes const& forB, Sums& a, Sums& b)
+    static void addProducts(Double3 const* entries, Lanes const& rotation, Sums& sums)
     {
         for (std::size_t i = 0; i < count; ++i) {
-            std::array<double, 3> const entry = {entries[i].r, entries[i].g, entries[i].b};
-            for (std::size_t c = 0; c < 3; ++c) {
-                a[i][c] += forA * entry[c];
-                b[i][c] += forB * entry[c];
-            }
+            sums[i][0] += rotation * entries[i].r;
+            sums[i][1] += rotation * entries[i].g;
+            sums[i][2] += rotation * entries[i].b;
         }
     }
 

@@ -18,6 +18,7 @@ namespace {
 void BM_computeReflectionCoeffs(benchmark::State& state)
 {
     LoadedRotations const rotations;
+    auto const matrices = rotationsByHand();
     auto const light = lightByHand(*randomImage<Float3>({200, 100}, 1));
     koUtil::ArrayN<3, Double3> brdf(21, 21, 21);
     brdfByHand(randomReflectance(2), brdf, 10);
@@ -29,7 +30,7 @@ void BM_computeReflectionCoeffs(benchmark::State& state)
             computeReflectionCoeffs(light, brdf, 20, 10, *imageOf<HarmonicsPixel>({0, 0}), nullptr, pool);
         },
         [&] {
-            reflectionByHand(light, brdf, 20, *imageOf<HarmonicsPixel>({0, 0}));
+            reflectionByHand(light, brdf, matrices, 20, *imageOf<HarmonicsPixel>({0, 0}));
         });
 }
 BENCHMARK(BM_computeReflectionCoeffs)

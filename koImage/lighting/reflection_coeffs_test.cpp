@@ -76,7 +76,7 @@ TEST_F(ComputeReflectionCoeffs, AreThoseOfTheirDefinitionToTheBitForEveryThreadC
     auto const light = randomLight(1);
     auto const brdf = randomBrdf(2);
     auto const expected = imageOf<HarmonicsPixel>({0, 0});
-    reflectionByHand(light, brdf, 20, *expected);
+    reflectionByHand(light, brdf, rotationsByHand(), 20, *expected);
     for (int const threads : {1, 2, 3, 7, 100, 101}) {
         SCOPED_TRACE(threads);
         EXPECT_TRUE(samePixels(*expected, *mapOf(light, brdf, 20, threads)));
@@ -90,7 +90,7 @@ TEST_F(ComputeReflectionCoeffs, UseTheLightUpToItsOrder)
     for (int const order : {0, 1, 9, 13}) {
         SCOPED_TRACE(order);
         auto const expected = imageOf<HarmonicsPixel>({0, 0});
-        reflectionByHand(light, brdf, order, *expected);
+        reflectionByHand(light, brdf, rotationsByHand(), order, *expected);
         EXPECT_TRUE(samePixels(*expected, *mapOf(light, brdf, order, 2)));
     }
 }

@@ -4,12 +4,14 @@
 #include "koImage/lighting/number_scanner.h"
 #include "koImage/lighting/rotation_table.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <span>
 #include <string>
 #include <utility>
@@ -124,13 +126,20 @@ RotationTable readTable(std::FILE* file, koUtil::Progress* progress)
         for (int t = 0; t < RotationTable::tilts; ++t) {
             static_cast<void>(scanner.skipInt() && scanner.skipInt());
             for (int m = -l; m <= l; ++m)
-                for (int n = -l; n <= l; ++n)
-                    if (scanner.readDouble(table.at(l, m, n)[t]))
-                        scanner.skipSpace();
+                scanner.readDoubles(table.at(l, m, -l) + t, RotationTable::tilts, 2 * l + 1);
         }
     }
     koUtil::setProgress(progress, 1.0);
     return table;
+}
+
+/// The line of a character, from 1.
+std::ptrdiff_t lineAt(char const* path, std::size_t position)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string before(position, '\0');
+    file.read(before.data(), static_cast<std::streamsize>(position));
+    return std::count(before.begin(), before.end(), '\n') + 1;
 }
 
 /// Writes a number as the shortest text that reads back as the same one.
@@ -203,11 +212,11 @@ koUtil::Error verifyRotationMatrixFile(char const* path)
 
     RotationTable const expected = computeTable();
     NumberScanner scanner(file.get());
-    auto const fault = [&](int line, std::string const& reason) {
-        return koUtil::Error(1, "%s, line %d: %s.", path, line, reason.c_str());
+    auto const fault = [&](std::string const& reason) {
+        return koUtil::Error(1, "%s, line %td: %s.", path, lineAt(path, scanner.taken()), reason.c_str());
     };
     auto const missing = [&](std::string const& what) {
-        return fault(scanner.line(), "expected " + what + (scanner.atEnd() ? "; the file ends here" : ""));
+        return fault("expected " + what + (scanner.atEnd() ? "; the file ends here" : ""));
     };
     for (int l = 0; l <= maxDegree; ++l)
         for (int t = 0; t < RotationTable::tilts; ++t) {
@@ -226,14 +235,13 @@ koUtil::Error verifyRotationMatrixFile(char const* path)
                     constexpr double tolerance = 1e-6;
                     double const right = expected.at(l, m, n)[t];
                     if (!(std::abs(value - right) <= tolerance))
-                        return fault(scanner.line(), "entry (" + std::to_string(m) + ", " +
-                                                         std::to_string(n) + ") of " + matrix + " is " +
-                                                         std::to_string(value) + " instead of " +
-                                                         std::to_string(right));
+                        return fault("entry (" + std::to_string(m) + ", " + std::to_string(n) + ") of " +
+                                     matrix + " is " + std::to_string(value) + " instead of " +
+                                     std::to_string(right));
                 }
         }
     scanner.skipSpace();
-    return scanner.atEnd() ? koUtil::Error() : fault(scanner.line(), "more text after the last matrix");
+    return scanner.atEnd() ? koUtil::Error() : fault("more text after the last matrix");
 }
 
 }  // namespace koImage

@@ -1,27 +1,25 @@
 // The rotation matrices in memory. Private.
 #pragma once
 
+#include "koImage/image/pixel_array.h"
 #include "koImage/lighting/harmonics.h"
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
-#include <new>
 
 namespace koImage {
 
-/// Entries at [l][m + 20][n + 20][t]; those with |m| or |n| above l stay 0.
+/// The matrices of degree 0 to 20, each entry as an array over the tilts: at [l][m + l][n + l][t].
 class RotationTable {
 public:
     static constexpr int tilts = harmonics::polarSamples;
-    static constexpr int side = 2 * harmonics::maxDegree + 1;
-    static constexpr std::size_t size = std::size_t{harmonics::maxDegree + 1} * side * side * tilts;
+    static constexpr std::size_t entryCount = 1234100;  // 1 + 9 + ... + 41^2 for each tilt
 
-    /// All zero. From calloc: the pages of entries that no matrix has are never touched.
-    RotationTable() : entries_(static_cast<double*>(std::calloc(size, sizeof(double))))
+    /// All zero.
+    RotationTable() : entries_(static_cast<double*>(allocatePixelMemory(entryCount * sizeof(double))))
     {
-        if (entries_ == nullptr)
-            throw std::bad_alloc();
+        std::fill_n(entries_.get(), entryCount, 0.0);
     }
 
     /// The entries of all tilts.
@@ -29,16 +27,16 @@ public:
     double const* at(int l, int m, int n) const { return entries_.get() + offsetOf(l, m, n); }
 
 private:
-    static std::size_t offsetOf(int l, int m, int n)
+    static std::ptrdiff_t offsetOf(int l, int m, int n)
     {
-        auto const row = static_cast<std::size_t>(l * side + m + harmonics::maxDegree);
-        return (row * side + static_cast<std::size_t>(n + harmonics::maxDegree)) * tilts;
+        int const before = l * (4 * l * l - 1) / 3;  // 1 + 9 + ... + (2 l - 1)^2
+        return std::ptrdiff_t{before + (m + l) * (2 * l + 1) + n + l} * tilts;
     }
 
-    struct Free {
-        void operator()(double* entries) const { std::free(entries); }
+    struct Release {
+        void operator()(double* entries) const { releasePixelMemory(entries, entryCount * sizeof(double)); }
     };
-    std::unique_ptr<double[], Free> entries_;
+    std::unique_ptr<double[], Release> entries_;
 };
 
 /// The table of initializeReflectance, or null.

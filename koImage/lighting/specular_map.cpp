@@ -1,6 +1,7 @@
 #include "koImage/lighting/specular_map.h"
 
 #include "koImage/lighting/harmonics.h"
+#include "koImage/lighting/lanes.h"
 
 #include <algorithm>
 #include <array>
@@ -23,6 +24,30 @@ double gridPosition(double fraction, int size, int samples)
     return std::max(0.0, std::min(fraction * size, last));
 }
 
+using Basis = std::array<double, HarmonicsPixel::size()>;
+
+// Pixels are evaluated side by side: one alone would wait for its own sum.
+constexpr std::size_t together = 4;
+
+/// Sums the first `terms` terms of `count` pixels. The lanes are the channels.
+template <std::size_t count>
+void evaluate(HarmonicsPixel const* pixels, Basis const& basis, int terms, double scale, Float3* result)
+{
+    std::array<Lanes, count> sums{};
+    for (int k = 0; k < terms; ++k)
+        for (std::size_t i = 0; i < count; ++i) {
+            // The channels with the number before them: behind the last ones the pixel ends. Before the first
+            // ones stands the degree, no number.
+            Lanes value = {0, pixels[i][0].r, pixels[i][0].g, pixels[i][0].b};
+            if (k > 0)
+                loadLanes(value, &pixels[i][k - 1].b);
+            sums[i] += basis[static_cast<std::size_t>(k)] * value;
+        }
+    auto const channel = [scale](double sum) { return static_cast<float>((sum < 0 ? 0.0 : sum) * scale); };
+    for (std::size_t i = 0; i < count; ++i)
+        result[i] = {channel(sums[i][1]), channel(sums[i][2]), channel(sums[i][3])};
+}
+
 }  // namespace
 
 void computeSpecularMap(TypedImage<HarmonicsPixel> const& reflection, double const* view, int order,
@@ -36,7 +61,7 @@ void computeSpecularMap(TypedImage<HarmonicsPixel> const& reflection, double con
     double const t = gridPosition(theta / pi, reflection.height(), harmonics::polarSamples);
     double const s = gridPosition(phi / twoPi, reflection.width(), harmonics::azimuthSamples);
 
-    std::array<double, HarmonicsPixel::size()> basis;
+    Basis basis{};
     int terms = 0;
     for (int l = 0; l <= std::min(order, highestDegree); ++l)
         for (int m = -l; m <= l; ++m)
@@ -45,20 +70,12 @@ void computeSpecularMap(TypedImage<HarmonicsPixel> const& reflection, double con
     out.resize(reflection.width(), reflection.height());
     auto const pixels = pixelsOf<HarmonicsPixel>(reflection);
     auto const result = pixelsOf<Float3>(out);
-    for (std::size_t i = 0; i < std::min(pixels.size(), result.size()); ++i) {
-        Double3 sum = {0, 0, 0};
-        for (int k = 0; k < terms; ++k) {
-            double const weight = basis[static_cast<std::size_t>(k)];
-            Double3 const& coefficient = pixels[i][k];
-            sum.r += weight * coefficient.r;
-            sum.g += weight * coefficient.g;
-            sum.b += weight * coefficient.b;
-        }
-        auto const channel = [scale](double value) {
-            return static_cast<float>((value < 0 ? 0.0 : value) * scale);
-        };
-        result[i] = {channel(sum.r), channel(sum.g), channel(sum.b)};
-    }
+    std::size_t const count = std::min(pixels.size(), result.size());
+    std::size_t i = 0;
+    for (; i + together <= count; i += together)
+        evaluate<together>(&pixels[i], basis, terms, scale, &result[i]);
+    for (; i < count; ++i)
+        evaluate<1>(&pixels[i], basis, terms, scale, &result[i]);
 }
 
 }  // namespace koImage

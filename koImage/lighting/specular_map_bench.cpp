@@ -33,6 +33,7 @@ BENCHMARK(BM_computeSpecularMap)->UseManualTime()->Unit(benchmark::kMillisecond)
 void BM_pipeline(benchmark::State& state)
 {
     LoadedRotations const rotations;
+    auto const matrices = rotationsByHand();
     auto const probe = randomImage<Float3>({200, 100}, 1);
     auto const samples = randomReflectance(2);
     koUtil::ThreadPool pool(static_cast<int>(state.range(0)));
@@ -53,7 +54,7 @@ void BM_pipeline(benchmark::State& state)
             auto const map = imageOf<HarmonicsPixel>({0, 0});
             auto const picture = imageOf<Float3>({200, 100});
             brdfByHand(samples, brdf, 10);
-            reflectionByHand(lightByHand(*probe), brdf, 20, *map);
+            reflectionByHand(lightByHand(*probe), brdf, matrices, 20, *map);
             specularMapByHand(*map, fromAbove, 10, 1, *picture);
         });
 }

@@ -210,35 +210,6 @@ inline void brdfByHand(koUtil::ArrayN<3, Double3> const& samples, koUtil::ArrayN
         }
 }
 
-/// The rows from `first` to `last` of a reflection map; the image is 200 x 100 already.
-inline void reflectionRowsByHand(koUtil::ArrayN<4, Double3> const& convolution, int lightOrder,
-                                 TypedImage<HarmonicsPixel>& map, int first, int last)
-{
-    HarmonicsByHand const& basis = HarmonicsByHand::get();
-    for (int t = first; t < last; ++t)
-        for (int p = 0; p <= 10; ++p)
-            for (int q = -p; q <= p; ++q) {
-                std::array<Channels, 21> a{}, b{};
-                for (int l = std::abs(q); l <= lightOrder; ++l)
-                    for (int k = -l; k <= l; ++k) {
-                        Channels const c = convolution(l, k + 20, p, q + 20);
-                        double const s = k < 0 ? 1 : -1;
-                        a[std::size_t(std::abs(k))].add(rotationMatrixEntry(l, k, q, t), c);
-                        b[std::size_t(std::abs(k))].add(s * rotationMatrixEntry(l, -k, q, t), c);
-                    }
-                for (int x = 0; x < 200; ++x) {
-                    std::array<double, 3> sum{};
-                    for (int j = 0; j <= lightOrder; ++j) {
-                        auto const i = std::size_t(j * x % 200);
-                        for (std::size_t c = 0; c < 3; ++c)
-                            sum[c] += a[std::size_t(j)].c[c] * basis.azimuthCos[i] +
-                                      b[std::size_t(j)].c[c] * basis.azimuthSin[i];
-                    }
-                    map.pixels()[t * 200 + x].at(p, q) = {sum[0], sum[1], sum[2]};
-                }
-            }
-}
-
 inline koUtil::ArrayN<4, Double3> convolutionByHand(SphericalHarmonics<Double3> const& light,
                                                     koUtil::ArrayN<3, Double3> const& brdf, int lightOrder)
 {
@@ -259,12 +230,47 @@ inline koUtil::ArrayN<4, Double3> convolutionByHand(SphericalHarmonics<Double3> 
     return convolution;
 }
 
+/// The loaded rotation matrices at [l][m + 20][n + 20][t].
+inline koUtil::ArrayN<4, double> rotationsByHand()
+{
+    koUtil::ArrayN<4, double> rotations(21, 41, 41, 100);
+    for (int l = 0; l <= 20; ++l)
+        for (int m = -20; m <= 20; ++m)
+            for (int n = -20; n <= 20; ++n)
+                for (int t = 0; t < 100; ++t)
+                    rotations(l, m + 20, n + 20, t) = rotationMatrixEntry(l, m, n, t);
+    return rotations;
+}
+
 inline void reflectionByHand(SphericalHarmonics<Double3> const& light, koUtil::ArrayN<3, Double3> const& brdf,
-                             int lightOrder, TypedImage<HarmonicsPixel>& map)
+                             koUtil::ArrayN<4, double> const& rotations, int lightOrder,
+                             TypedImage<HarmonicsPixel>& map)
 {
     auto const convolution = convolutionByHand(light, brdf, lightOrder);
     map.resize(200, 100);
-    reflectionRowsByHand(convolution, lightOrder, map, 0, 100);
+    HarmonicsByHand const& basis = HarmonicsByHand::get();
+    for (int t = 0; t < 100; ++t)
+        for (int p = 0; p <= 10; ++p)
+            for (int q = -p; q <= p; ++q) {
+                std::array<Channels, 21> a{}, b{};
+                for (int l = std::abs(q); l <= lightOrder; ++l)
+                    for (int k = -l; k <= l; ++k) {
+                        Channels const c = convolution(l, k + 20, p, q + 20);
+                        double const s = k < 0 ? 1 : -1;
+                        a[std::size_t(std::abs(k))].add(rotations(l, k + 20, q + 20, t), c);
+                        b[std::size_t(std::abs(k))].add(s * rotations(l, -k + 20, q + 20, t), c);
+                    }
+                for (int x = 0; x < 200; ++x) {
+                    std::array<double, 3> sum{};
+                    for (int j = 0; j <= lightOrder; ++j) {
+                        auto const i = std::size_t(j * x % 200);
+                        for (std::size_t c = 0; c < 3; ++c)
+                            sum[c] += a[std::size_t(j)].c[c] * basis.azimuthCos[i] +
+                                      b[std::size_t(j)].c[c] * basis.azimuthSin[i];
+                    }
+                    map.pixels()[t * 200 + x].at(p, q) = {sum[0], sum[1], sum[2]};
+                }
+            }
 }
 
 inline void specularMapByHand(TypedImage<HarmonicsPixel> const& reflection, std::array<double, 3> const& view,
