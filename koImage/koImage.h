@@ -24,6 +24,7 @@
 #include "koImage/image/pixel_types.h"
 #include "koImage/image/swap_red_blue.h"
 #include "koImage/image/typed_image.h"
+#include "koImage/layout/image_pack.h"
 #include "koImage/layout/mask_boundaries.h"
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/coefficients.h"

@@ -61,11 +61,11 @@ public:
     /// Holds a counted reference to the image, in place of the one before; null lets go of it.
     void setImage(Image* image) { image_ = image; }
 
-protected:
-    explicit EnvironmentMap(EnvironmentMapType mapType) : mapType_(mapType) {}
-
     static constexpr float pi = 3.1415927f;
     static constexpr float twoPi = 6.2831855f;
+
+protected:
+    explicit EnvironmentMap(EnvironmentMapType mapType) : mapType_(mapType) {}
 
 private:
     EnvironmentMapType mapType_;

@@ -1,6 +1,8 @@
 #include "koImage/envmap/remap.h"
 
 #include "koImage/envmap/bilinear.h"
+#include "koImage/envmap/remap_v3.h"
+#include "koImage/image/streaming.h"
 
 namespace koImage {
 
@@ -47,9 +49,19 @@ void remap(EnvironmentMap const& source, EnvironmentMap& destination)
 
     dispatchPixel(from->pixelType(), RemapPixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;
-        if (!pixelsOf<Pixel>(*from).empty())
-            remapPixels(source, static_cast<TypedImage<Pixel> const&>(*from), destination,
-                        static_cast<TypedImage<Pixel>&>(*to));
+        auto const& typedFrom = static_cast<TypedImage<Pixel> const&>(*from);
+        auto& typedTo = static_cast<TypedImage<Pixel>&>(*to);
+        auto const read = pixelsOf<Pixel>(*from);
+        if (read.empty())
+            return;
+#if KO_SIMD_V3
+        auto const written = pixelsOf<Pixel>(*to);
+        if (holdsItsRows(*from) &&
+            !overlap(read.data(), read.size_bytes(), written.data(), written.size_bytes()) &&
+            v3::remapping::remapPixels(source, typedFrom, destination, typedTo))
+            return;
+#endif
+        remapPixels(source, typedFrom, destination, typedTo);
     });
 }
 

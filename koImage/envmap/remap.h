@@ -23,7 +23,8 @@ static_assert(!RemapPixels::contains(PixelTypeId::Byte4), "left out on purpose")
 ///             the destination's rows do not fit its array
 ///   edges     by the wrap flags of the source's image, as newEnvironmentMap sets them
 ///   aliasing  the images may share pixels: pixels are filled in storage order, each after its sample is read
-///   failure   none reported; throws the allocator's exception before anything is written
+///   failure   none reported
+///   cost      one pass, no allocation
 KOIMAGE_EXPORT void remap(EnvironmentMap const& source, EnvironmentMap& destination);
 
 }  // namespace koImage

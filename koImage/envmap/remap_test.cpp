@@ -279,6 +279,17 @@ TYPED_TEST(Remap, OfAConstantIsThatConstantWhereThereAreDirectionsAndZeroElsewhe
         }
 }
 
+// Some hundred thousand directions each: the arcs and sines of remap_v3.h differ from the library's in none.
+TEST(RemapFloat, IsTheDefinitionAtEveryPixelOfLargeImages)
+{
+    for (Shape const from : shapes)
+        for (Shape const to : shapes) {
+            auto const source = randomImage<float>(usualSize(from, 301), 22);
+            source->setWrap(true, from != Shape::LatLong);
+            expectDefinition(from, *source, to, usualSize(to, 191));
+        }
+}
+
 TEST(RemapFloat, LeavesTheSixEmptyCellsOfACrossAtZero)
 {
     auto const panorama = randomImage<float>({64, 32}, 13);
