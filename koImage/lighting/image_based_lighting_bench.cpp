@@ -46,6 +46,7 @@ void BM_specularMap(benchmark::State& state)
     Prepared const reflectance;
     auto const probe = randomImage<Float3>({200, 100}, 1);
     auto const light = lightByHand(*probe);
+    auto const matrices = rotationsByHand();
 
     ImageBasedLighting lighting;
     koUtil::Error error;
@@ -74,7 +75,7 @@ void BM_specularMap(benchmark::State& state)
             koUtil::ArrayN<3, Double3> brdf(21, 21, 21);
             brdfByHand(samples, brdf, 10);
             auto const reflection = imageOf<HarmonicsPixel>({0, 0});
-            reflectionByHand(light, brdf, 20, *reflection);
+            reflectionByHand(light, brdf, matrices, 20, *reflection);
             auto const map = imageOf<Float3>({200, 100});
             specularMapByHand(*reflection, {0.0, 0.0, 1.0}, 10, 1.0, *map);
         });

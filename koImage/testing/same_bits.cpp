@@ -7,6 +7,7 @@
 // change of a digest is a change of results that callers and stored files would see.
 
 #include "koImage/koImage.h"
+#include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/test_images.h"
 
 #include <cmath>
@@ -291,6 +292,44 @@ void reportEnvironmentMaps(Report& report)
     });
 }
 
+void reportLighting(Report& report)
+{
+    using MapRef = ko::Reference<EnvironmentMap>;
+    for (Size const mapSize : {Size{600, 300}, Size{64, 64}, Size{96, 128}})
+        eachPixel(IrradiancePixels{}, [&](auto tag) {
+            using Pixel = typename decltype(tag)::type;
+            // Ordinary pixels alone: one NaN makes every sum NaN.
+            auto const image = randomImage<Pixel>(mapSize, 1);
+            MapRef const map = newEnvironmentMap(*image);
+            IrradianceAlg alg;
+            alg.accumulate(*map);
+            auto const coefficients = imageOf<Float3>({9, 1});
+            alg.getCoefficients(coefficients->pixels());
+            report.line("irradiance." + std::to_string(mapSize.width) + "." +
+                            std::to_string(static_cast<int>(pixelTypeIdOf<Pixel>)),
+                        *coefficients);
+        });
+
+    LoadedRotations const rotations;
+    SphericalHarmonics<Double3> light(20);
+    computeLightCoeffs(*randomImage<Float3>({200, 100}, 1), light);
+    auto const reportMap = [&](std::string const& name, ReflectanceFunction const& lobe) {
+        ReflectanceSamples samples(100, 100, 200);
+        lobe.sample(samples);
+        koUtil::ArrayN<3, Double3> brdf(21, 21, 21);
+        computeBrdfCoeffs(samples, brdf, 10);
+        auto const reflection = imageOf<HarmonicsPixel>({0, 0});
+        computeReflectionCoeffs(light, brdf, 20, 10, *reflection, nullptr);
+        auto const map = imageOf<Float3>({0, 0});
+        double const alongNormal[3] = {0.0, 0.0, 1.0};
+        computeSpecularMap(*reflection, alongNormal, 10, 1.0, *map);
+        report.line("specularMap." + name, *map);
+    };
+    reportMap("lambert", Lambert());
+    reportMap("phong", PhongLobe(20.0));
+    reportMap("ggx", GgxLobe(0.3));
+}
+
 int compare(std::string const& text, char const* path)
 {
     std::ifstream file(path);
@@ -322,6 +361,7 @@ int main(int argc, char** argv)
     reportArithmetic(report);
     reportFilters(report);
     reportEnvironmentMaps(report);
+    reportLighting(report);
 
     if (argc == 2)
         return compare(report.text(), argv[1]);
