@@ -102,7 +102,7 @@ void write(Program& program, ioWriteContext& out)
             break;
         }
         case 14: {
-            auto const doubles = elements<double>(program.below(255) * 600);
+            auto const doubles = elements<double>(program.below(255) * (program.below(64) == 0 ? 600 : 1));
             out.writeDoubles(doubles.data(), doubles.size());
             break;
         }
