@@ -84,6 +84,7 @@ Cases allCases()
     addResize(cases);
     addEdits(cases);
     addConversions(cases);
+    addBoundaries(cases);
 #if KO_PEER_OPENIMAGEIO
     addOpenImageIO(cases);
 #endif

@@ -33,6 +33,7 @@ void addBlur(Cases& cases);
 void addResize(Cases& cases);
 void addEdits(Cases& cases);
 void addConversions(Cases& cases);
+void addBoundaries(Cases& cases);
 
 /// Compiled where OpenImageIO is installed.
 void addOpenImageIO(Cases& cases);

@@ -8,6 +8,7 @@
 #include "koBase/int_range2d.h"
 #include "koBase/linear.h"
 #include "koBase/output_file.h"
+#include "koBase/pack.h"
 #include "koBase/progress.h"
 #include "koBase/reference_count.h"
 #include "koBase/thread_pool.h"
