@@ -82,6 +82,7 @@ Cases allCases()
     addAverages(cases);
     addBlur(cases);
     addResize(cases);
+    addRemap(cases);
     addEdits(cases);
     addConversions(cases);
     addBoundaries(cases);

@@ -31,6 +31,7 @@ void addArithmetic(Cases& cases);
 void addAverages(Cases& cases);
 void addBlur(Cases& cases);
 void addResize(Cases& cases);
+void addRemap(Cases& cases);
 void addEdits(Cases& cases);
 void addConversions(Cases& cases);
 void addBoundaries(Cases& cases);

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__AVX2__) && defined(__F16C__) && defined(__BMI2__)
+#if defined(__AVX2__) && defined(__FMA__) && defined(__F16C__) && defined(__BMI2__)
 #define KO_SIMD_V3 1
 #include <immintrin.h>
 #else

@@ -7,6 +7,7 @@
 // change of a digest is a change of results that callers and stored files would see.
 
 #include "koImage/koImage.h"
+#include "koImage/testing/loaded_rotations.h"
 #include "koImage/testing/test_images.h"
 
 #include <cmath>
@@ -224,6 +225,111 @@ void reportFilters(Report& report)
     });
 }
 
+/// The directions, weights and coordinates of a shape at `count` places, as an image of rows of eight.
+ko::Reference<Image> shapeValues(EnvironmentMap const& map, int count)
+{
+    auto values = imageOf<float>({8, count});
+    Random random(1);
+    auto const unit = [&random] { return static_cast<float>(random() >> 8) * 0x1p-24f; };
+    float* out = values->pixels();
+    for (int i = 0; i < count; ++i, out += 8) {
+        float const u = unit();
+        float const v = unit();
+        koLinear::VectorFlt dir;
+        float weight = -1;
+        bool const valid = map.coordToDir(u, v, dir, weight, true);
+        koLinear::VectorFlt other(2 * unit() - 1, 2 * unit() - 1, 2 * unit() - 1);
+        other.normalize();
+        float otherU = 0;
+        float otherV = 0;
+        map.dirToCoord(other, otherU, otherV);
+        float const row[] = {valid ? 1.0f : 0.0f,
+                             dir.x,
+                             dir.y,
+                             dir.z,
+                             weight,
+                             otherU,
+                             otherV,
+                             map.isValidCoord(u, v) ? 1.0f : 0.0f};
+        std::copy(std::begin(row), std::end(row), out);
+    }
+    return values;
+}
+
+void reportEnvironmentMaps(Report& report)
+{
+    struct Shape {
+        std::string name;
+        Size size;
+        EnvironmentMap* (*make)(Size);
+    };
+    Shape const shapes[] = {
+        {"sphere", {64, 64}, [](Size s) -> EnvironmentMap* { return new SphereMap(s.width); }},
+        {"latLong", {128, 64}, [](Size s) -> EnvironmentMap* { return new LatLongMap(s.width, s.height); }},
+        {"cross", {96, 128}, [](Size s) -> EnvironmentMap* { return new CrossMap(s.width / 3, false); }},
+        {"horizontalCross", {128, 96}, [](Size s) -> EnvironmentMap* {
+             return new CrossMap(s.height / 3, true);
+         }}};
+    using MapRef = ko::Reference<EnvironmentMap>;
+    for (Shape const& shape : shapes)
+        report.line("shape." + shape.name, *shapeValues(*MapRef(shape.make(shape.size)), 5000));
+
+    eachPixel(RemapPixels{}, [&](auto tag) {
+        using Pixel = typename decltype(tag)::type;
+        for (Shape const& from : shapes)
+            for (Shape const& to : shapes)
+                eachInput<Pixel>(report, "remap." + from.name + "." + to.name, [&](auto make) {
+                    auto source = make(from.size, 1);
+                    source->setWrap(true, from.name != "latLong");
+                    auto result = imageOf<Pixel>(to.size);
+                    MapRef const fromMap(from.make(from.size));
+                    MapRef const toMap(to.make(to.size));
+                    fromMap->setImage(source.get());
+                    toMap->setImage(result.get());
+                    remap(*fromMap, *toMap);
+                    return ko::Reference<Image>(result);
+                });
+    });
+}
+
+void reportLighting(Report& report)
+{
+    using MapRef = ko::Reference<EnvironmentMap>;
+    for (Size const mapSize : {Size{600, 300}, Size{64, 64}, Size{96, 128}})
+        eachPixel(IrradiancePixels{}, [&](auto tag) {
+            using Pixel = typename decltype(tag)::type;
+            // Ordinary pixels alone: one NaN makes every sum NaN.
+            auto const image = randomImage<Pixel>(mapSize, 1);
+            MapRef const map = newEnvironmentMap(*image);
+            IrradianceAlg alg;
+            alg.accumulate(*map);
+            auto const coefficients = imageOf<Float3>({9, 1});
+            alg.getCoefficients(coefficients->pixels());
+            report.line("irradiance." + std::to_string(mapSize.width) + "." +
+                            std::to_string(static_cast<int>(pixelTypeIdOf<Pixel>)),
+                        *coefficients);
+        });
+
+    LoadedRotations const rotations;
+    SphericalHarmonics<Double3> light(20);
+    computeLightCoeffs(*randomImage<Float3>({200, 100}, 1), light);
+    auto const reportMap = [&](std::string const& name, ReflectanceFunction const& lobe) {
+        ReflectanceSamples samples(100, 100, 200);
+        lobe.sample(samples);
+        koUtil::ArrayN<3, Double3> brdf(21, 21, 21);
+        computeBrdfCoeffs(samples, brdf, 10);
+        auto const reflection = imageOf<HarmonicsPixel>({0, 0});
+        computeReflectionCoeffs(light, brdf, 20, 10, *reflection, nullptr);
+        auto const map = imageOf<Float3>({0, 0});
+        double const alongNormal[3] = {0.0, 0.0, 1.0};
+        computeSpecularMap(*reflection, alongNormal, 10, 1.0, *map);
+        report.line("specularMap." + name, *map);
+    };
+    reportMap("lambert", Lambert());
+    reportMap("phong", PhongLobe(20.0));
+    reportMap("ggx", GgxLobe(0.3));
+}
+
 int compare(std::string const& text, char const* path)
 {
     std::ifstream file(path);
@@ -254,6 +360,8 @@ int main(int argc, char** argv)
     reportConversions(report);
     reportArithmetic(report);
     reportFilters(report);
+    reportEnvironmentMaps(report);
+    reportLighting(report);
 
     if (argc == 2)
         return compare(report.text(), argv[1]);
