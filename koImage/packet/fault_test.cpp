@@ -11,9 +11,11 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -47,6 +49,8 @@ std::atomic<bool> watching = false;
 Plan systemPlan;
 Plan memoryPlan;
 std::atomic<long> liveBlocks = 0;
+std::atomic<std::int64_t> liveBytes = 0;
+std::atomic<std::int64_t> mostBytes = 0;  // since a test set it to liveBytes
 
 /// What a save did to the disk, in order.
 struct Operation {
@@ -176,13 +180,17 @@ void* newBlock(std::size_t bytes, std::size_t alignment)
     if ((watching && memoryPlan.fails()) || posix_memalign(&memory, alignment, bytes) != 0)
         throw std::bad_alloc();
     ++liveBlocks;
+    liveBytes += static_cast<std::int64_t>(malloc_usable_size(memory));
+    mostBytes = std::max(mostBytes.load(), liveBytes.load());
     return memory;
 }
 
 void deleteBlock(void* memory)
 {
-    if (memory != nullptr)
+    if (memory != nullptr) {
         --liveBlocks;
+        liveBytes -= static_cast<std::int64_t>(malloc_usable_size(memory));
+    }
     std::free(memory);
 }
 
@@ -465,6 +473,38 @@ TEST_F(Faults, OfAllocationsAreNotForgottenByACommit)
         committed = out.commit();
         ASSERT_EQ(committed, !thrown) << failAt;
     }
+}
+
+constexpr std::int64_t mebibyte = 1 << 20;
+
+TEST_F(Faults, DoNotComeFromMoreMemoryThanImagesAndFourMebibytes)
+{
+    auto const large = imageOf<Float4>({1024, 2048});
+    randomise(*large, 1);
+    std::int64_t const imageBytes = 32 * mebibyte;
+
+    mostBytes = liveBytes.load();
+    std::int64_t before = mostBytes;
+    {
+        koPacketFile::FileSink sink(target_);
+        ioWriteContext out(sink);
+        writeImage(out, large.get());
+        EXPECT_TRUE(out.commit());
+    }
+    EXPECT_LE(mostBytes - before, mebibyte) << "saving";
+
+    mostBytes = liveBytes.load();
+    before = mostBytes;
+    {
+        koPacketFile::FileSource source(target_);
+        ioReadContext in(source);
+        ReadInterface reader(in);
+        ioPacketRegistry registry;
+        registerTypes(&registry, &reader);
+        EXPECT_EQ(in.readAll(registry), ReadResult::Complete);
+    }
+    EXPECT_GE(mostBytes - before, imageBytes);
+    EXPECT_LE(mostBytes - before, imageBytes + 4 * mebibyte) << "loading";
 }
 
 // What a disk may hold after the machine has failed, whatever the order in which it wrote: of each file what
