@@ -43,4 +43,5 @@
 #include "koImage/ops/blur.h"
 #include "koImage/ops/interpolate.h"
 #include "koImage/packet/image_packet.h"
+#include "koImage/packet/irradiance_packet.h"
 #include "koImage/tone/tone_map.h"

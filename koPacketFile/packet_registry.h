@@ -53,9 +53,8 @@ public:
 
     /// Takes a type over, which was made with new; null is ignored.
     ///
-    ///   failure   error() holds the first one: Misuse for a type that is here already; NameCollision for a
-    ///   name
-    ///             that is, or has the hash of one: the first type stays and this one is deleted; InvalidName
+    ///   failure   error() holds the first one: Misuse for a type that is here already; NameCollision for
+    ///             the name of another, or its hash: the first type stays, this one is deleted; InvalidName
     ///             for a name of 0 bytes or more than 255
     void supportedType(ioPacketType* type);
 

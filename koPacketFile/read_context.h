@@ -76,9 +76,8 @@ private:
 /// Reads a file, once: hands each packet to the type of its name, and keeps the objects that packets make
 /// until the context goes.
 ///
-///   failure   the report holds it. Exceptions of packet types and of the allocator pass; the context can
-///   only
-///             be destroyed then
+///   failure   the report holds it. Exceptions of packet types and of the allocator pass; the context
+///             can only be destroyed then
 ///   memory    1.25 MiB, the packet being read where it is larger than 1 MiB, and the objects
 class KOPACKETFILE_EXPORT ioReadContext {
 public:

@@ -27,8 +27,12 @@ std::size_t RecordReader::available(std::size_t wanted)
     if (end_ - first_ >= wanted || sourceEnded_)
         return end_ - first_;
 
-    // Pieces of the usual capacity stay in the cache between being read, summed and used.
-    std::size_t const capacity = wanted <= usualCapacity ? usualCapacity : mostCapacity;
+    // Pieces of the usual capacity stay in the cache between being read, summed and used. Small files take
+    // less.
+    std::uint64_t const fileBytes = source_.size().value_or(mostCapacity);
+    std::size_t const usual =
+        fileBytes < usualCapacity ? std::max<std::size_t>(wanted, fileBytes) : usualCapacity;
+    std::size_t const capacity = wanted <= usual ? usual : mostCapacity;
     if (capacity > capacity_) {
         std::unique_ptr<std::byte[]> larger(new std::byte[capacity]);
         std::copy(buffer_.get() + first_, buffer_.get() + end_, larger.get());
@@ -40,7 +44,7 @@ std::size_t RecordReader::available(std::size_t wanted)
     end_ -= first_;
     first_ = 0;
 
-    std::size_t const target = wanted <= usualCapacity ? usualCapacity : wanted;
+    std::size_t const target = std::max(wanted, usual);
     while (end_ < target && !sourceEnded_) {
         auto const count = source_.read({buffer_.get() + end_, target - end_});
         sourceFailed_ = count < 0;

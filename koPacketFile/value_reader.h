@@ -14,9 +14,8 @@ namespace koPacketFile {
 
 /// Walks through the bytes of a packet. It trusts none of them.
 ///
-///   failure   the first value that is not the one asked for is the last that is read: problem() tells what
-///   was
-///             wrong, and everything after it reads as 0, false or null
+///   failure   the first value that is not the one asked for is the last that is read: problem() tells
+///             what was wrong, and everything after it reads as 0, false or null
 ///   cost      no allocation
 class KOPACKETFILE_EXPORT ValueReader {
 public:

@@ -70,9 +70,8 @@ public:
 
     /// Refers to the object of a packet, or to nothing.
     ///
-    ///   failure   ReferenceToUntagged where no packet was tagged with the address. A reference to a packet
-    ///   that
-    ///             is still open is stored, but comes too early for readers: they find no object
+    ///   failure   ReferenceToUntagged where no packet was tagged with the address. A reference to a
+    ///             packet that is still open is stored, but comes too early: readers find no object
     virtual void writeReference(void const* object);
 
     virtual void writeBytes(std::uint8_t const* elements, std::size_t count);

@@ -127,15 +127,9 @@ void writeValues(ioWriteContext& out)
     out.endPacket();
 }
 
-std::string folder()
-{
-    std::string const here = __FILE__;
-    return here.substr(0, here.rfind('/')) + "/golden/";
-}
-
 std::string contentsOf(std::string const& name)
 {
-    std::ifstream file(name, std::ios::binary);
+    std::ifstream file(KO_GOLDEN_FOLDER "/" + name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -258,7 +252,7 @@ TEST_P(GoldenFile, IsWrittenByteForByte)
 {
     std::string const name = std::string(GetParam().name) + ".packets";
     std::string const written(reinterpret_cast<char const*>(file_.data()), file_.size());
-    EXPECT_TRUE(written == contentsOf(folder() + name)) << "see " << ::testing::TempDir() + name;
+    EXPECT_TRUE(written == contentsOf(name)) << "see " << ::testing::TempDir() + name;
     if (HasFailure())
         std::ofstream(::testing::TempDir() + name, std::ios::binary) << written;
 }
@@ -267,14 +261,14 @@ TEST_P(GoldenFile, SaysWhatItsTextSays)
 {
     std::string const name = std::string(GetParam().name) + ".txt";
     std::string const text = listing(file_);
-    EXPECT_EQ(text, contentsOf(folder() + name)) << "see " << ::testing::TempDir() + name;
+    EXPECT_EQ(text, contentsOf(name)) << "see " << ::testing::TempDir() + name;
     if (HasFailure())
         std::ofstream(::testing::TempDir() + name, std::ios::binary) << text;
 }
 
 TEST_P(GoldenFile, IsReadWithoutDamage)
 {
-    std::string const stored = contentsOf(folder() + GetParam().name + ".packets");
+    std::string const stored = contentsOf(std::string(GetParam().name) + ".packets");
     koPacketFile::MemorySource source(std::as_bytes(std::span(stored)));
     ioReadContext in(source);
     ReadInterface reader(in);
@@ -285,7 +279,7 @@ TEST_P(GoldenFile, IsReadWithoutDamage)
 
 TEST(GoldenImages, HoldEveryBitOfTheirPixels)
 {
-    std::string const stored = contentsOf(folder() + "images.packets");
+    std::string const stored = contentsOf("images.packets");
     koPacketFile::MemorySource source(std::as_bytes(std::span(stored)));
     ioReadContext in(source);
     ReadInterface reader(in);

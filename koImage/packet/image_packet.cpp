@@ -1,6 +1,7 @@
 #include "koImage/packet/image_packet.h"
 
 #include "koImage/image/factory.h"
+#include "koImage/image/simd.h"
 #include "koImage/image/typed_image.h"
 
 #include <algorithm>
@@ -107,6 +108,10 @@ void writeParcels(ioWriteContext& out, Image const& image, std::int64_t count)
     auto const* const elements = static_cast<typename ElementOf<Pixel>::type const*>(image.data());
     for (std::int64_t start = 0; start < count; start += parcelElements) {
         std::int64_t const length = std::min(count - start, parcelElements);
+        // The next parcel's elements are fetched while this one is summed: the processor by itself would
+        // begin anew with each of them.
+        for (std::size_t line = 0; line < parcelElements * sizeof *elements; line += 64)
+            prefetchAhead(elements + start + length, static_cast<std::ptrdiff_t>(line));
         out.startPacket(imageParcelName, nullptr);
         out.writeReference(&image);
         out.writeInt(static_cast<std::int32_t>(start));

@@ -45,9 +45,8 @@ KOIMAGE_EXPORT void writeImage(ioWriteContext& context, Image const* image);
 /// (IncompleteObject).
 ///
 ///   failure   in the context: InvalidValue for sizes that an image cannot have, or a parcel that is not
-///   inside
-///             its image; PromiseTooLarge for an image larger than the rest of the file. Such packets change
-///             nothing
+///             inside its image; PromiseTooLarge for an image larger than the rest of the file, so also for
+///             one that was cut off, unless ReadOptions::missingBytes makes room. Such packets change nothing
 class KOIMAGE_EXPORT ReadInterface : public ioClientReadContext {
 public:
     explicit ReadInterface(ioReadContext& context);

@@ -1,0 +1,252 @@
+// Any sequence of calls of the write context, and then of the read context on what was written. No sequence
+// may crash, and a file that was committed is read without damage to its records.
+
+#include "koPacketFile/koPacketFile.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using namespace koPacketFile;
+
+class Program {
+public:
+    Program(std::uint8_t const* data, std::size_t size) : next_(data), end_(data + size) {}
+
+    bool atEnd() const { return next_ == end_; }
+    unsigned below(unsigned limit) { return atEnd() ? 0 : *next_++ % limit; }
+
+private:
+    std::uint8_t const* next_;
+    std::uint8_t const* end_;
+};
+
+void demand(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+constexpr std::array<char const*, 4> names{"a", "b", "c", "d"};
+constexpr std::array<int, 8> tags{};
+
+/// Elements of an array of that many, as a caller would have them.
+template <class T>
+std::vector<T> elements(unsigned count)
+{
+    return std::vector<T>(count, T{1});
+}
+
+void write(Program& program, ioWriteContext& out)
+{
+    // Two of eight ways of referring lead to nothing.
+    auto const tag = [&]() -> void const* {
+        unsigned const i = program.below(9);
+        return i < tags.size() ? &tags[i] : nullptr;
+    };
+    unsigned const steps = program.below(64);
+    for (unsigned step = 0; step < steps; ++step) {
+        switch (program.below(16)) {
+        case 0:
+        case 1: {
+            unsigned const i = program.below(64);
+            out.startPacket(i < 60 ? names[i % 4] : i == 60 ? nullptr : "", tag());
+            break;
+        }
+        case 2:
+        case 3:
+            out.endPacket();
+            break;
+        case 4:
+            out.startSubPacket();
+            break;
+        case 5:
+            out.endSubPacket();
+            break;
+        case 6:
+            out.nextChunk();
+            break;
+        case 7:
+            out.writeInt(static_cast<std::int32_t>(program.below(256)));
+            break;
+        case 8:
+            out.writeBool(program.below(2) != 0);
+            break;
+        case 9:
+            out.writeReference(tag());
+            break;
+        case 10: {
+            auto const bytes = elements<std::uint8_t>(program.below(256));
+            out.writeBytes(bytes.data(), bytes.size());
+            break;
+        }
+        case 11: {
+            auto const shorts = elements<std::uint16_t>(program.below(64));
+            out.writeShorts(shorts.data(), shorts.size());
+            break;
+        }
+        case 12: {
+            auto const ints = elements<std::int32_t>(program.below(64));
+            out.writeInts(ints.data(), ints.size());
+            break;
+        }
+        case 13: {
+            auto const floats = elements<float>(program.below(64));
+            out.writeFloats(floats.data(), floats.size());
+            break;
+        }
+        case 14: {
+            auto const doubles = elements<double>(program.below(255) * (program.below(64) == 0 ? 600 : 1));
+            out.writeDoubles(doubles.data(), doubles.size());
+            break;
+        }
+        default:
+            if (program.below(32) == 0)
+                demand(!out.commit() || !out.error());
+            break;
+        }
+    }
+}
+
+class Object : public ko::ReferenceCount {};
+class Other : public ko::ReferenceCount {};
+
+/// Carries out the program's calls, in packets and outside.
+class Reader {
+public:
+    Reader(Program& program, ioReadContext& in) : program_(program), in_(in) {}
+
+    void step()
+    {
+        switch (program_.below(20)) {
+        case 0:
+            in_.readInt();
+            break;
+        case 1:
+            in_.readBool();
+            break;
+        case 2:
+            in_.readReference<Object>();
+            break;
+        case 3:
+            in_.readReference<Other>();
+            break;
+        case 4:
+            in_.readOwner<Object>();
+            break;
+        case 5:
+            in_.nextChunk();
+            break;
+        case 6:
+            in_.startSubPacket();
+            break;
+        case 7:
+            in_.endSubPacket();
+            break;
+        case 8:
+            in_.setObject(new Object);
+            break;
+        case 9:
+            in_.setObject(nullptr);
+            break;
+        case 10:
+            static_cast<void>(in_.expectElements(program_.below(256), program_.below(9)));
+            break;
+        case 11:
+            in_.elementsArrived(program_.below(256), program_.below(256));
+            break;
+        case 12:
+            array<std::uint8_t>(&ioReadContext::readBytes);
+            break;
+        case 13:
+            array<std::uint16_t>(&ioReadContext::readShorts);
+            break;
+        case 14:
+            array<std::int32_t>(&ioReadContext::readInts);
+            break;
+        case 15:
+            array<float>(&ioReadContext::readFloats);
+            break;
+        case 16:
+            array<double>(&ioReadContext::readDoubles);
+            break;
+        case 17:
+            client_ = std::make_unique<ioClientReadContext>(in_);
+            break;
+        case 18:
+            client_.reset();
+            break;
+        default:
+            if (program_.below(8) == 0)
+                in_.fail(Problem::InvalidValue);
+            break;
+        }
+    }
+
+    void steps(unsigned most)
+    {
+        for (unsigned const count = program_.below(most); done_ < count; ++done_)
+            step();
+        done_ = 0;
+    }
+
+private:
+    template <class T>
+    void array(bool (ioReadContext::*read)(T*, std::size_t))
+    {
+        // Sometimes as many as there are, sometimes not: the buffer is as long as what is asked for.
+        auto const there = static_cast<unsigned>(in_.peekCount());
+        auto buffer = elements<T>(program_.below(4) != 0 ? there : program_.below(256));
+        (in_.*read)(buffer.data(), buffer.size());
+    }
+
+    Program& program_;
+    ioReadContext& in_;
+    std::unique_ptr<ioClientReadContext> client_;
+    unsigned done_ = 0;
+};
+
+class Type : public ioPacketType {
+public:
+    Type(char const* name, Reader& reader) : ioPacketType(name), reader_(reader) {}
+    void read(ioReadContext&, ioClientReadContext*) override { reader_.steps(16); }
+
+private:
+    Reader& reader_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    Program program(data, size);
+    MemorySink sink;
+    {
+        ioWriteContext out(sink, {.salt = 1});
+        write(program, out);
+        bool const committed = out.commit();
+        demand(!committed || !out.error());
+        demand(committed == !sink.bytes().empty() || out.error().problem == Problem::Misuse);
+    }
+
+    MemorySource source(sink.bytes());
+    ioReadContext in(source, {.policy = program.below(2) == 0 ? Policy::Strict : Policy::Recover});
+    Reader reader(program, in);
+    ioPacketRegistry registry;
+    for (unsigned i = program.below(5); i < names.size(); ++i)
+        registry.supportedType(new Type(names[i], reader));
+    reader.steps(4);
+    static_cast<void>(in.readAll(registry));
+    reader.steps(4);
+
+    // The calls may be wrong, the file is not.
+    for (Finding const& finding : in.report().damage())
+        demand(finding.problem > Problem::TrailingData || sink.bytes().empty());
+    return 0;
+}

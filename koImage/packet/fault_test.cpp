@@ -1,0 +1,662 @@
+// Saving and loading while the system fails, and while the machine does.
+//
+// This program stands in front of the system's calls and of operator new: it counts them, lets them fail, and
+// writes down what a save asks of the disk.
+
+#include "koImage/packet/image_packet.h"
+#include "koImage/testing/test_images.h"
+#include "koPacketFile/testing.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace {
+
+/// Which of the calls that are counted fails.
+struct Plan {
+    long failAt = -1;  // the how-manieth
+    bool everAfter = false;
+    int reason = 0;  // errno; 0: it does half of what it was asked to
+    long calls = 0;
+
+    bool fails()
+    {
+        long const call = calls++;
+        return failAt >= 0 && (everAfter ? call >= failAt : call == failAt);
+    }
+};
+
+std::atomic<bool> watching = false;
+Plan systemPlan;
+Plan memoryPlan;
+std::atomic<long> liveBlocks = 0;
+std::atomic<std::int64_t> liveBytes = 0;
+std::atomic<std::int64_t> mostBytes = 0;  // since a test set it to liveBytes
+
+/// What a save did to the disk, in order.
+struct Operation {
+    enum Kind { Create, Write, Sync, Link, Rename, SyncFolder } kind;
+    int file = -1;
+    std::string name = {};
+    std::string content = {};  // of a write; the new name of a rename
+};
+std::vector<Operation> operations;
+
+template <class Function>
+Function* systems(char const* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// True, with errno set, where the plan has the call fail.
+bool callFails()
+{
+    if (!watching || !systemPlan.fails() || systemPlan.reason == 0)
+        return false;
+    errno = systemPlan.reason;
+    return true;
+}
+
+/// How much of so many bytes the call may move.
+std::size_t allowed(std::size_t bytes)
+{
+    bool const halves = watching && systemPlan.reason == 0 && systemPlan.failAt >= 0 &&
+                        (systemPlan.everAfter ? systemPlan.calls > systemPlan.failAt
+                                              : systemPlan.calls == systemPlan.failAt + 1);
+    return halves ? (bytes + 1) / 2 : bytes;
+}
+
+void note(Operation::Kind kind, int file, std::string_view name = {}, std::string_view content = {})
+{
+    if (!watching)
+        return;
+    watching = false;  // what the notes take does not count
+    operations.push_back({kind, file, std::string(name), std::string(content)});
+    watching = true;
+}
+
+bool isFolder(int file)
+{
+    struct stat status;
+    return fstat(file, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+extern "C" {
+
+int openat(int folder, char const* name, int flags, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, flags);
+    auto const mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    if (callFails())
+        return -1;
+    int const file = systems<int(int, char const*, int, ...)>("openat")(folder, name, flags, mode);
+    if (file >= 0)
+        note(Operation::Create, file, (flags & O_TMPFILE) == O_TMPFILE ? "" : name);
+    return file;
+}
+
+int fchmod(int file, mode_t mode)
+{
+    return callFails() ? -1 : systems<int(int, mode_t)>("fchmod")(file, mode);
+}
+
+ssize_t write(int file, void const* bytes, size_t count)
+{
+    if (callFails())
+        return -1;
+    ssize_t const written = systems<ssize_t(int, void const*, size_t)>("write")(file, bytes, allowed(count));
+    if (written > 0)
+        note(Operation::Write, file, {}, {static_cast<char const*>(bytes), std::size_t(written)});
+    return written;
+}
+
+ssize_t read(int file, void* bytes, size_t count)
+{
+    if (callFails())
+        return -1;
+    return systems<ssize_t(int, void*, size_t)>("read")(file, bytes, allowed(count));
+}
+
+int fsync(int file)
+{
+    if (callFails())
+        return -1;
+    note(isFolder(file) ? Operation::SyncFolder : Operation::Sync, file);
+    return 0;  // nothing here outlives the test
+}
+
+int linkat(int oldFolder, char const* oldName, int newFolder, char const* newName, int flags)
+{
+    if (callFails())
+        return -1;
+    int const result = systems<int(int, char const*, int, char const*, int)>("linkat")(
+        oldFolder, oldName, newFolder, newName, flags);
+    if (result == 0)
+        note(Operation::Link, -1, newName);
+    return result;
+}
+
+int renameat(int oldFolder, char const* oldName, int newFolder, char const* newName)
+{
+    if (callFails())
+        return -1;
+    int const result =
+        systems<int(int, char const*, int, char const*)>("renameat")(oldFolder, oldName, newFolder, newName);
+    if (result == 0)
+        note(Operation::Rename, -1, oldName, newName);
+    return result;
+}
+
+}  // extern "C"
+
+namespace {
+
+void* newBlock(std::size_t bytes, std::size_t alignment)
+{
+    void* memory = nullptr;
+    if ((watching && memoryPlan.fails()) || posix_memalign(&memory, alignment, bytes) != 0)
+        throw std::bad_alloc();
+    ++liveBlocks;
+    liveBytes += static_cast<std::int64_t>(malloc_usable_size(memory));
+    mostBytes = std::max(mostBytes.load(), liveBytes.load());
+    return memory;
+}
+
+void deleteBlock(void* memory)
+{
+    if (memory != nullptr) {
+        --liveBlocks;
+        liveBytes -= static_cast<std::int64_t>(malloc_usable_size(memory));
+    }
+    std::free(memory);
+}
+
+}  // namespace
+
+// The array forms call these.
+
+void* operator new(std::size_t bytes)
+{
+    return newBlock(bytes, alignof(std::max_align_t));
+}
+
+void* operator new(std::size_t bytes, std::align_val_t alignment)
+{
+    return newBlock(bytes, static_cast<std::size_t>(alignment));
+}
+
+void operator delete(void* memory) noexcept
+{
+    deleteBlock(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    deleteBlock(memory);
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept
+{
+    deleteBlock(memory);
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
+{
+    deleteBlock(memory);
+}
+
+namespace koImage::packetFile {
+namespace {
+
+using namespace koImage::testing;
+using koPacketFile::Policy;
+using koPacketFile::ReadResult;
+
+/// While it lives, calls are counted and fail as planned.
+class Watch {
+public:
+    explicit Watch(Plan system, Plan memory = {})
+    {
+        systemPlan = system;
+        memoryPlan = memory;
+        operations.clear();
+        watching = true;
+    }
+    ~Watch() { watching = false; }
+    Watch(Watch const&) = delete;
+    Watch& operator=(Watch const&) = delete;
+};
+
+std::string contentsOf(std::string const& name)
+{
+    std::ifstream file(name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Faults : public ::testing::Test {
+protected:
+    Faults() : folder_(::testing::TempDir() + "packet_faults." + std::to_string(getpid()))
+    {
+        std::filesystem::create_directories(folder_);
+        randomise(*image_, 1);
+    }
+    ~Faults() override { std::filesystem::remove_all(folder_); }
+
+    /// A save of some pieces. Whether it says that it has succeeded.
+    bool save() const
+    {
+        koPacketFile::FileSink sink(target_);
+        ioWriteContext out(sink, {.salt = 1});
+        writeImage(out, image_.get());
+        return out.commit();
+    }
+
+    /// What the objects of the file hold, and what the reader says about it.
+    std::pair<ReadResult, std::string> load() const
+    {
+        koPacketFile::FileSource source(target_);
+        ioReadContext in(source);
+        ReadInterface reader(in);
+        ioPacketRegistry registry;
+        registerTypes(&registry, &reader);
+        auto const result = in.readAll(registry);
+        std::string pixels;
+        for (auto* const object : in.objects()) {
+            auto const& image = dynamic_cast<Image const&>(*object);
+            pixels.append(static_cast<char const*>(image.data()),
+                          static_cast<std::size_t>(image.pixelCount() * image.bytesPerPixel()));
+        }
+        return {result, pixels};
+    }
+
+    void putOldFile() const { std::ofstream(target_, std::ios::binary) << "old"; }
+
+    bool onlyTheTargetIsThere() const
+    {
+        for (auto const& entry : std::filesystem::directory_iterator(folder_))
+            if (entry.path() != target_)
+                return false;
+        return true;
+    }
+
+    std::string const folder_;
+    std::string const target_ = folder_ + "/target";
+    ImageRef<Float4> const image_ = imageOf<Float4>({200, 200});
+};
+
+constexpr int reasons[] = {EIO, ENOSPC, EDQUOT, EINTR, 0};
+
+TEST_F(Faults, OfEveryCallLeaveTheOldFileOrTheWholeNewOne)
+{
+    ASSERT_TRUE(save());
+    std::string const whole = contentsOf(target_);
+    for (bool const replaces : {true, false}) {
+        long calls = 0;
+        {
+            std::filesystem::remove(target_);
+            if (replaces)
+                putOldFile();
+            Watch const watch({});
+            ASSERT_TRUE(save());
+            calls = systemPlan.calls;
+        }
+        ASSERT_GE(calls, 6) << "open, three writes, sync, link, sync of the folder";
+        for (int const reason : reasons) {
+            for (bool const everAfter : {false, true}) {
+                for (long failAt = 0; failAt < calls; ++failAt) {
+                    SCOPED_TRACE(::testing::Message() << "errno " << reason << " at call " << failAt
+                                                      << (everAfter ? " and ever after" : ""));
+                    std::filesystem::remove(target_);
+                    if (replaces)
+                        putOldFile();
+                    bool saved = false;
+                    // Every call is interrupted forever: nobody waits for that.
+                    if (reason == EINTR && everAfter)
+                        continue;
+                    {
+                        Watch const watch({failAt, everAfter, reason});
+                        saved = save();
+                    }
+                    std::string const now = contentsOf(target_);
+                    ASSERT_TRUE(now == whole || (!saved && now == (replaces ? "old" : "")));
+                    ASSERT_TRUE(onlyTheTargetIsThere());
+                    ASSERT_TRUE(saved || reason != 0) << "writing less at once is no failure";
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Faults, OfADiskThatIsFullLeaveTheOldFile)
+{
+    // Each write succeeds to some length and then none does.
+    putOldFile();
+    for (long full = 0; full < 6; ++full) {
+        bool saved = false;
+        {
+            Watch const watch({full, true, ENOSPC});
+            saved = save();
+        }
+        EXPECT_FALSE(saved);
+        EXPECT_EQ(contentsOf(target_), "old");
+    }
+}
+
+TEST_F(Faults, OfTheTargetAreReported)
+{
+    auto const isSavedTo = [&](std::string const& name) {
+        koPacketFile::FileSink sink(name);
+        ioWriteContext out(sink);
+        writeImage(out, image_.get());
+        bool const saved = out.commit();
+        EXPECT_EQ(saved, !sink.error() && !out.error());
+        return saved;
+    };
+    EXPECT_FALSE(isSavedTo(folder_ + "/missing/target"));
+    EXPECT_FALSE(isSavedTo(folder_));
+    EXPECT_FALSE(isSavedTo(""));
+    EXPECT_FALSE(isSavedTo("/proc/target")) << "a folder that takes no files";
+}
+
+TEST_F(Faults, DoNotComeFromATargetThatIsALink)
+{
+    putOldFile();
+    std::string const link = folder_ + "/link";
+    std::filesystem::create_symlink("target", link);
+    koPacketFile::FileSink sink(link);
+    ioWriteContext out(sink, {.salt = 1});
+    writeImage(out, image_.get());
+    EXPECT_TRUE(out.commit());
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(load().first, ReadResult::Complete);
+}
+
+TEST_F(Faults, OfReadingAreReported)
+{
+    ASSERT_TRUE(save());
+    std::string const pixels = load().second;
+    long calls = 0;
+    {
+        Watch const watch({});
+        load();
+        calls = systemPlan.calls;
+    }
+    ASSERT_GE(calls, 4);
+    for (int const reason : reasons) {
+        for (bool const everAfter : {false, true}) {
+            if (reason == EINTR && everAfter)
+                continue;
+            for (long failAt = 0; failAt < calls; ++failAt) {
+                std::pair<ReadResult, std::string> loaded;
+                {
+                    Watch const watch({failAt, everAfter, reason});
+                    loaded = load();
+                }
+                bool const survives = reason == EINTR || reason == 0;
+                ASSERT_EQ(loaded.first == ReadResult::Complete, survives) << reason << " at " << failAt;
+                ASSERT_TRUE(!survives || loaded.second == pixels);
+            }
+        }
+    }
+}
+
+TEST_F(Faults, OfEveryAllocationAreThrownAndLeaveNothingBehind)
+{
+    ASSERT_TRUE(save());
+    std::string const whole = contentsOf(target_);
+    for (bool const loads : {false, true}) {
+        for (bool const everAfter : {false, true}) {
+            // On until nothing fails any more.
+            bool thrown = true;
+            for (long failAt = 0; thrown; ++failAt) {
+                ASSERT_LT(failAt, 100'000);
+                long const before = liveBlocks;
+                thrown = false;
+                bool done = false;
+                {
+                    Watch const watch({}, {failAt, everAfter});
+                    try {
+                        done = loads ? load().first == ReadResult::Complete : save();
+                    } catch (std::bad_alloc const&) {
+                        thrown = true;
+                    }
+                    operations = {};
+                }
+                ASSERT_EQ(liveBlocks, before) << failAt;
+                ASSERT_TRUE(thrown || done) << failAt;
+                ASSERT_TRUE(contentsOf(target_) == whole);
+                ASSERT_TRUE(onlyTheTargetIsThere());
+            }
+        }
+    }
+}
+
+TEST_F(Faults, OfAllocationsAreNotForgottenByACommit)
+{
+    // Somebody catches the exception and goes on.
+    for (long failAt = 0; failAt < 60; ++failAt) {
+        koPacketFile::MemorySink sink;
+        ioWriteContext out(sink, {.salt = 1});
+        bool thrown = false;
+        bool committed = false;
+        {
+            Watch const watch({}, {failAt, false});
+            try {
+                writeImage(out, image_.get());
+            } catch (std::bad_alloc const&) {
+                thrown = true;
+            }
+        }
+        committed = out.commit();
+        ASSERT_EQ(committed, !thrown) << failAt;
+    }
+}
+
+constexpr std::int64_t mebibyte = 1 << 20;
+
+TEST_F(Faults, DoNotComeFromMoreMemoryThanImagesAndFourMebibytes)
+{
+    auto const large = imageOf<Float4>({1024, 2048});
+    randomise(*large, 1);
+    std::int64_t const imageBytes = 32 * mebibyte;
+
+    mostBytes = liveBytes.load();
+    std::int64_t before = mostBytes;
+    {
+        koPacketFile::FileSink sink(target_);
+        ioWriteContext out(sink);
+        writeImage(out, large.get());
+        EXPECT_TRUE(out.commit());
+    }
+    EXPECT_LE(mostBytes - before, mebibyte) << "saving";
+
+    mostBytes = liveBytes.load();
+    before = mostBytes;
+    {
+        koPacketFile::FileSource source(target_);
+        ioReadContext in(source);
+        ReadInterface reader(in);
+        ioPacketRegistry registry;
+        registerTypes(&registry, &reader);
+        EXPECT_EQ(in.readAll(registry), ReadResult::Complete);
+    }
+    EXPECT_GE(mostBytes - before, imageBytes);
+    EXPECT_LE(mostBytes - before, imageBytes + 4 * mebibyte) << "loading";
+}
+
+// What a disk may hold after the machine has failed, whatever the order in which it wrote: of each file what
+// was synced, and any part of what was written since; of the folder any of its changes that were not synced,
+// up to some point in their order.
+class Crash {
+public:
+    Crash(std::vector<Operation> log, std::string whole) : log_(std::move(log)), whole_(std::move(whole)) {}
+
+    struct Result {
+        std::size_t states = 0;
+        std::size_t wrong = 0;
+    };
+
+    /// Replays the log to every operation. A state is wrong when the target is neither old nor whole, or is
+    /// old although the save had returned.
+    Result check() const
+    {
+        Result result;
+        Random random(3);
+        for (std::size_t done = 0; done <= log_.size(); ++done) {
+            std::size_t folderSynced = 0;
+            std::size_t folderChanges = 0;
+            for (std::size_t i = 0; i < done; ++i) {
+                folderChanges += isFolderChange(log_[i]) ? 1u : 0u;
+                folderSynced = log_[i].kind == Operation::SyncFolder ? folderChanges : folderSynced;
+            }
+            for (std::size_t changes = folderSynced; changes <= folderChanges; ++changes) {
+                for (int variant = 0; variant < variants; ++variant) {
+                    std::string const target = targetAfter(done, changes, variant, random);
+                    ++result.states;
+                    bool const mayBeOld = done < log_.size();
+                    if (target != whole_ && !(mayBeOld && target == "old"))
+                        ++result.wrong;
+                }
+            }
+        }
+        return result;
+    }
+
+private:
+    static constexpr int variants = 1000;
+
+    static bool isFolderChange(Operation const& operation)
+    {
+        return operation.kind == Operation::Link || operation.kind == Operation::Rename;
+    }
+
+    /// The content of the one file that the save writes: a write that was not synced is there, not there, or
+    /// torn between two blocks.
+    std::string contentAfter(std::size_t done, int variant, Random& random) const
+    {
+        std::size_t synced = 0;
+        for (std::size_t i = 0; i < done; ++i)
+            synced = log_[i].kind == Operation::Sync ? i : synced;
+        std::string content;
+        for (std::size_t i = 0; i < done; ++i) {
+            if (log_[i].kind != Operation::Write)
+                continue;
+            std::string piece = log_[i].content;
+            if (i > synced) {
+                // None of it, all, or at random: not written, written to a block, or written.
+                std::size_t const choice = variant == 0 ? 0 : variant == 1 ? 2 : random() % 3;
+                std::size_t const block = random() % 2 == 0 ? 512 : 4096;
+                std::size_t const kept = choice == 0   ? 0
+                                         : choice == 1 ? random() % (piece.size() / block + 1) * block
+                                                       : piece.size();
+                std::fill(piece.begin() + static_cast<std::ptrdiff_t>(std::min(kept, piece.size())),
+                          piece.end(), '\0');
+            }
+            content += piece;
+        }
+        return content;
+    }
+
+    std::string targetAfter(std::size_t done, std::size_t changes, int variant, Random& random) const
+    {
+        std::string temporary;
+        std::string target = "old";
+        for (Operation const& operation : log_) {
+            if (!isFolderChange(operation))
+                continue;
+            if (changes-- == 0)
+                break;
+            bool const isTarget = operation.kind == Operation::Link ? operation.name == "target"
+                                                                    : operation.content == "target";
+            if (isTarget)
+                target = contentAfter(done, variant, random);
+        }
+        return target;
+    }
+
+    std::vector<Operation> log_;
+    std::string whole_;
+};
+
+class CrashOfTheMachine : public Faults {
+protected:
+    CrashOfTheMachine()
+    {
+        putOldFile();
+        Watch const watch({});
+        EXPECT_TRUE(save());
+        log_ = operations;
+    }
+
+    std::vector<Operation> without(Operation::Kind kind) const
+    {
+        std::vector<Operation> rest;
+        std::copy_if(log_.begin(), log_.end(), std::back_inserter(rest),
+                     [kind](Operation const& operation) { return operation.kind != kind; });
+        EXPECT_LT(rest.size(), log_.size());
+        return rest;
+    }
+
+    std::vector<Operation> log_;
+};
+
+TEST_F(CrashOfTheMachine, LeavesTheOldFileOrTheNewOne)
+{
+    std::string const whole = contentsOf(target_);
+    auto const result = Crash(log_, whole).check();
+    EXPECT_EQ(result.wrong, 0u);
+    RecordProperty("states", std::to_string(result.states));
+    EXPECT_GE(result.states, 10'000u);
+}
+
+// The check finds what it is to find: a save that syncs less is caught.
+TEST_F(CrashOfTheMachine, WouldBeNoticedWithoutEitherSync)
+{
+    std::string const whole = contentsOf(target_);
+    EXPECT_GT(Crash(without(Operation::Sync), whole).check().wrong, 0u);
+    EXPECT_GT(Crash(without(Operation::SyncFolder), whole).check().wrong, 0u);
+}
+
+TEST_F(Faults, DoNotComeFromTwoSaversOfOneTarget)
+{
+    auto const other = imageOf<Float4>({10, 10});
+    koPacketFile::FileSink first(target_);
+    koPacketFile::FileSink second(target_);
+    ioWriteContext a(first);
+    ioWriteContext b(second);
+    writeImage(a, image_.get());
+    writeImage(b, other.get());
+    EXPECT_TRUE(a.commit());
+    EXPECT_EQ(load().first, ReadResult::Complete);
+    EXPECT_EQ(load().second.size(), 200u * 200u * 16u);
+    EXPECT_TRUE(b.commit());
+    EXPECT_EQ(load().first, ReadResult::Complete);
+    EXPECT_EQ(load().second.size(), 10u * 10u * 16u);
+    EXPECT_TRUE(onlyTheTargetIsThere());
+}
+
+}  // namespace
+}  // namespace koImage::packetFile
