@@ -61,6 +61,17 @@ void write(std::string const& path, std::string const& content)
     std::ofstream(path, std::ios::binary) << content;
 }
 
+/// The text as a file: in memory, where the system's files in memory can hold it.
+File opened(std::string const& text)
+{
+    if (!text.empty() && text.find('\0') == std::string::npos)
+        return File(fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
+    File file(std::tmpfile());
+    std::fwrite(text.data(), 1, text.size(), file.get());
+    std::rewind(file.get());
+    return file;
+}
+
 /// The text of our file.
 std::string const& rightText()
 {
@@ -95,10 +106,7 @@ std::vector<double> loadedEntries()
 /// The same by fscanf, from zeros.
 std::vector<double> entriesByFscanf(std::string const& text)
 {
-    File const file(std::tmpfile());
-    std::fwrite(text.data(), 1, text.size(), file.get());
-    std::rewind(file.get());
-
+    File const file = opened(text);
     std::vector<double> entries;
     for (int l = 0; l <= 20; ++l)
         for (int t = 0; t < 100; ++t) {
@@ -324,9 +332,7 @@ TEST(NumberScanner, ReadsTheDoubleNearestToTheText)
         text += digits.data();
         expected.push_back(std::strtod(digits.data(), nullptr));
     }
-    TemporaryFolder const folder;
-    write(folder / "numbers", text);
-    File const file(std::fopen((folder / "numbers").c_str(), "r"));
+    File const file = opened(text);
     NumberScanner scanner(file.get());
     for (double const value : expected) {
         double read = -1;
@@ -409,11 +415,9 @@ TEST(NumberScanner, StopsWhereFscanfStops)
         texts.push_back(text);
     }
 
-    TemporaryFolder const folder;
     for (std::string const& text : texts) {
-        write(folder / "text", text);
-        File const theirs(std::fopen((folder / "text").c_str(), "r"));
-        File const ours(std::fopen((folder / "text").c_str(), "r"));
+        File const theirs = opened(text);
+        File const ours = opened(text);
         NumberScanner scanner(ours.get());
 
         for (int step = 0; step < 6; ++step) {
