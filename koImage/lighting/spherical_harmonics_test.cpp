@@ -50,8 +50,8 @@ TEST(SphericalHarmonics, OfANegativeDegreeHoldsNothing)
 
 TEST(SphericalHarmonics, RefusesADegreeWithMoreCoefficientsThanAnIntCounts)
 {
-    EXPECT_THROW(SphericalHarmonics<char>(46340), std::bad_array_new_length);
-    EXPECT_THROW(SphericalHarmonics<char>(std::numeric_limits<int>::max()), std::bad_array_new_length);
+    EXPECT_THROW(SphericalHarmonics<char>{46340}, std::bad_array_new_length);
+    EXPECT_THROW(SphericalHarmonics<char>{std::numeric_limits<int>::max()}, std::bad_array_new_length);
 }
 
 }  // namespace koImage
