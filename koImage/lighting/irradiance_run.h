@@ -8,16 +8,16 @@
 
 namespace koImage {
 
-/// Weighted colours and unit directions of up to `capacity` pixels, in storage order.
+/// Unit directions and weighted colours of up to `capacity` pixels, in storage order.
 struct IrradianceRun {
     static constexpr std::size_t capacity = 256;
 
-    std::size_t count = 0;
     alignas(64) std::array<float, capacity> x;
     alignas(64) std::array<float, capacity> y;
     alignas(64) std::array<float, capacity> z;
     // One more than the capacity: vector code reads four floats for the last colour too.
-    alignas(64) std::array<Float3, capacity + 1> colour;
+    std::array<Float3, capacity + 1> colour;
+    std::size_t count = 0;
 };
 
 }  // namespace koImage
