@@ -1,5 +1,7 @@
 #include "koPacketFile/crc32c.h"
 
+#include "koPacketFile/encoding.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -74,8 +76,9 @@ TEST(Masked, KeepsMessagesApartThatHoldTheirOwnChecksum)
 {
     auto const withChecksum = [](char const* text, bool mask) {
         std::uint32_t const crc = crc32c(0, text, std::strlen(text));
-        std::uint32_t const stored = mask ? masked(crc) : crc;
-        return crc32c(crc, &stored, sizeof stored);
+        unsigned char stored[4];
+        store(stored, mask ? masked(crc) : crc);
+        return crc32c(crc, stored, sizeof stored);
     };
     EXPECT_EQ(withChecksum("one", false), withChecksum("another", false));
     EXPECT_NE(withChecksum("one", true), withChecksum("another", true));

@@ -14,6 +14,13 @@ using koPacketFile::ValueReader;
 
 namespace flag = koPacketFile::flag;
 
+namespace {
+
+// In front of the values of a packet of several records: its id and its length.
+constexpr std::uint64_t prefixBytes = 16;
+
+}  // namespace
+
 ioClientReadContext::ioClientReadContext(ioReadContext& context) : context_(&context)
 {
     context.clients_.push_back(this);
@@ -81,8 +88,7 @@ void ioReadContext::readRecords(ioPacketRegistry& registry)
         dropParts();
 }
 
-// Nothing here needs the names: packets are found by their ids. But a name that is not what it says is
-// damage.
+// Packets are found by their ids; names are for the report. A name that is not what it says is damage.
 void ioReadContext::checkTypeName()
 {
     std::string_view const name(reinterpret_cast<char const*>(record_.payload.data()),
@@ -90,6 +96,8 @@ void ioReadContext::checkTypeName()
     if (name.empty() || name.size() > koPacketFile::mostNameBytes ||
         koPacketFile::typeIdOf(name) != record_.header.typeId)
         report_.add(Problem::WrongTypeName, place());
+    else if (typeNames_.size() < koPacketFile::Report::most)
+        typeNames_.try_emplace(record_.header.typeId, name);
 }
 
 void ioReadContext::readPart(ioPacketRegistry& registry)
@@ -118,7 +126,7 @@ void ioReadContext::readPart(ioPacketRegistry& registry)
             report_.add(Problem::BrokenPacket, place());
         return;
     }
-    if (parts_.size() + record_.payload.size() > koPacketFile::mostPacketBytes + 16) {
+    if (parts_.size() + record_.payload.size() > options_.mostPacketBytes + prefixBytes) {
         report_.add(Problem::PacketTooLarge, place());
         hasParts_ = false;
         dropping_ = true;
@@ -169,7 +177,10 @@ void ioReadContext::readPacket(RecordHeader const& header, std::span<std::byte c
     ioPacketType* const type = registry.find(header.typeId);
     if (type == nullptr) {
         bool const isNeeded = header.is(flag::mustUnderstand);
-        report_.add(isNeeded ? Problem::UnknownPacket : Problem::SkippedPacket, place());
+        auto const name = typeNames_.find(header.typeId);
+        report_.add(
+            isNeeded ? Problem::UnknownPacket : Problem::SkippedPacket,
+            {record_.offset, record_.header.number, name != typeNames_.end() ? name->second : "", id});
         return;
     }
     anyPacketRead_ = true;

@@ -26,6 +26,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace koPacketFile {
@@ -43,7 +44,10 @@ struct ReadOptions {
     /// Objects may hold so many bytes more than the file: to save the beginning of one that was cut off.
     std::uint64_t missingBytes = 0;
 
-    /// The same where the size of the file is unknown.
+    /// A larger packet is dropped: it would be held as a whole.
+    std::uint64_t mostPacketBytes = koPacketFile::mostPacketBytes;
+
+    /// Like missingBytes, where the size of the file is unknown.
     std::uint64_t mostBytesFromPipe = std::uint64_t{2} << 30;
 };
 
@@ -233,6 +237,7 @@ private:
     koPacketFile::Record record_;
     bool started_ = false;
     bool anyPacketRead_ = false;
+    std::map<std::uint64_t, std::string> typeNames_;  // the first of them, for the report
 
     std::vector<ioClientReadContext*> clients_;  // null: one that left during a packet
 

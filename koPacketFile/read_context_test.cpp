@@ -121,7 +121,29 @@ TEST(ReadContext, SkipsPacketsOfUnknownTypes)
     auto const outcome = readFile(file, {{"old", [&](ioReadContext& in) { value = in.readInt(); }}});
     EXPECT_EQ(outcome.result, ReadResult::Complete);
     EXPECT_EQ(value, 2);
-    EXPECT_TRUE(outcome.found(Problem::SkippedPacket));
+    ASSERT_EQ(outcome.report.informationCount(), 1u);
+    EXPECT_EQ(outcome.report.information()[0].problem, Problem::SkippedPacket);
+    EXPECT_EQ(outcome.report.information()[0].place.packetType, "new");
+}
+
+TEST(ReadContext, DropsAPacketAboveTheLimit)
+{
+    std::vector<std::uint8_t> const bytes(3 << 20, 7);
+    Bytes const file = fileOf([&](ioWriteContext& out) {
+        packet(out, "p", nullptr, [&] { out.writeBytes(bytes.data(), bytes.size()); });
+        packet(out, "p", nullptr, [&] { out.writeBytes(bytes.data(), 1); });
+    });
+    for (std::uint64_t const limit : {bytes.size() + 9, bytes.size() - 100}) {
+        std::vector<std::uint64_t> counts;
+        auto const outcome =
+            readFile(file, {{"p", [&](ioReadContext& in) { counts.push_back(in.peekCount()); }}},
+                     {.policy = Policy::Recover, .mostPacketBytes = limit});
+        bool const fits = limit > bytes.size();
+        EXPECT_EQ(outcome.result, fits ? ReadResult::Complete : ReadResult::Damaged);
+        EXPECT_EQ(outcome.found(Problem::PacketTooLarge), !fits);
+        EXPECT_EQ(counts.back(), 1u);
+        EXPECT_EQ(counts.size(), fits ? 2u : 1u);
+    }
 }
 
 TEST(ReadContext, TellsAnUnknownPacketThatMustBeUnderstood)

@@ -1,15 +1,18 @@
 #include "koImage/testing/allocation_limit.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 namespace koImage::testing {
 namespace {
 
-// Without a limit of the test's, 1 TiB: a system that promises memory it does not have would grant more, and
-// end the test at the first touch.
-std::atomic<std::size_t> limit = std::size_t{1} << 40;
+// Without a limit of the test's, 1 TiB, or half of what 32 bits can address: a system that promises memory it
+// does not have would grant more, and end the test at the first touch.
+std::atomic<std::size_t> limit =
+    static_cast<std::size_t>(std::min<std::uint64_t>(std::uint64_t{1} << 40, SIZE_MAX / 2));
 std::atomic<std::size_t> liveArrays = 0;
 
 void release(void* memory)
