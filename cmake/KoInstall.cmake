@@ -43,6 +43,7 @@ if(KO_BUILD_TESTS)
         COMMAND ${CMAKE_COMMAND}
             -D build=${PROJECT_BINARY_DIR} -D source=${PROJECT_SOURCE_DIR} -D compiler=${CMAKE_CXX_COMPILER}
             -D flags=${sanitizers}
+            -D with_io=${KO_BUILD_IO}
             -D libdir=${CMAKE_INSTALL_LIBDIR}
             -P ${CMAKE_CURRENT_LIST_DIR}/package_test.cmake)
     set_tests_properties(package.InstalledPrefixCanBeMovedAndUsedFromOutside PROPERTIES LABELS package)

@@ -14,6 +14,9 @@ run(${CMAKE_COMMAND} -S ${source}/examples -B ${work}/build -G Ninja -D CMAKE_CX
     -D CMAKE_CXX_FLAGS=${flags} -D CMAKE_PREFIX_PATH=${work}/prefix)
 run(${CMAKE_COMMAND} --build ${work}/build)
 run(${work}/build/first_image ${work}/first_image.ppm)
+if(with_io)
+    run(${work}/build/half_size ${source}/examples/sunset.png ${work}/half_size.exr)
+endif()
 
 find_program(pkgconfig pkg-config)
 if(pkgconfig)

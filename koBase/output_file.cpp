@@ -75,7 +75,7 @@ void OutputFile::open()
         return fail(errno);
     // Renaming over a device or a pipe would remove it.
     if (replaces && !S_ISREG(old.st_mode))
-        return fail(S_ISDIR(old.st_mode) ? EISDIR : EINVAL);
+        return fail(S_ISDIR(old.st_mode) ? EISDIR : EOPNOTSUPP);
     if (entry_.empty())
         return fail(ENOENT);
 

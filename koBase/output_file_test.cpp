@@ -263,7 +263,7 @@ TEST_P(OutputFileOf, ReportsNamesThatNoFileCanHave)
     put("file", "");
     fs::create_symlink("loop", path("loop"));
     expectFailure("folder", EISDIR);
-    expectFailure("pipe", EINVAL);
+    expectFailure("pipe", EOPNOTSUPP);
     expectFailure("none/file", ENOENT);
     expectFailure("none/", ENOENT);
     expectFailure("file/below", ENOTDIR);

@@ -59,6 +59,7 @@ constexpr Compression compressions[] = {
 };
 // What is outside the data window takes no bytes: it counts as the tightest packing.
 constexpr std::uint64_t expansionOfNothing = 64 * deflate;
+constexpr std::uint64_t bytesOfWidestPixel = sizeof(koImage::Float4);
 
 // The allocator of the library's core, which gives it no place for anything of ours: the largest piece that
 // may be asked for stands beside it.
@@ -67,6 +68,47 @@ thread_local std::size_t largestPiece = 0;
 void* allocate(std::size_t bytes)
 {
     return bytes <= largestPiece ? std::malloc(bytes) : nullptr;
+}
+
+// Where the zero stands that ends a text.
+std::size_t endOfText(std::span<std::byte const> file, std::size_t at)
+{
+    auto const from = file.subspan(std::min(at, file.size()));
+    return static_cast<std::size_t>(std::find(from.begin(), from.end(), std::byte{0}) - file.begin());
+}
+
+// Whether every attribute of every header ends within the file: the library allocates what one claims before
+// it reads it.
+koUtil::Error checkAttributes(std::span<std::byte const> file, std::string const& name)
+{
+    constexpr std::size_t versionAt = 4, firstAt = 8, lengthBytes = 4;
+    if (file.size() < firstAt)
+        return errorAt(name, file.size(), "the file ends within its header");
+    bool const severalParts = (std::to_integer<unsigned>(file[versionAt + 1]) & 0x10U) != 0;
+
+    std::size_t at = firstAt;
+    for (bool inHeader = false;;) {
+        std::size_t const nameEnd = endOfText(file, at);
+        if (nameEnd == at) {
+            // An empty name ends a header; an empty header ends those of several parts.
+            if (!severalParts || !inHeader)
+                return {};
+            inHeader = false;
+            ++at;
+            continue;
+        }
+        std::size_t const typeEnd = endOfText(file, nameEnd + 1);
+        std::size_t const valueAt = typeEnd + 1 + lengthBytes;
+        if (valueAt > file.size())
+            return errorAt(name, at, "the file ends within its header");
+        std::uint32_t length = 0;
+        for (std::size_t i = lengthBytes; i-- > 0;)
+            length = length << 8 | std::to_integer<std::uint32_t>(file[typeEnd + 1 + i]);
+        if (length > file.size() - valueAt)
+            return errorAt(name, at, "an attribute does not end within the file");
+        at = valueAt + length;
+        inHeader = true;
+    }
 }
 
 // A file in memory whose header and chunks are checked.
@@ -386,16 +428,22 @@ private:
 
 // Reads the pixels of a file into an image of the display window's size that is black.
 koUtil::Error readPixels(Checked& checked, std::span<std::byte const> file, std::string const& name,
-                         Selection const& selection, Window const& data, Window const& display, bool tiled,
-                         Image& image, koUtil::Progress* progress)
+                         Selection const& selection, Window const& data, Window const& display,
+                         std::uint64_t storedBytes, bool tiled, Image& image, koUtil::Progress* progress)
 {
-    std::int32_t tileWidth = 0, blockLines = 0;
-    if ((tiled ? exr_get_tile_sizes(checked.context(), 0, 0, 0, &tileWidth, &blockLines)
-               : exr_get_scanlines_per_chunk(checked.context(), 0, &blockLines)) != EXR_ERR_SUCCESS)
+    std::uint32_t tileWidth = 0, tileHeight = 0;
+    std::int32_t chunkLines = 0;
+    if ((tiled ? exr_get_tile_descriptor(checked.context(), 0, &tileWidth, &tileHeight, nullptr, nullptr)
+               : exr_get_scanlines_per_chunk(checked.context(), 0, &chunkLines)) != EXR_ERR_SUCCESS)
         return checked.error(name);
-    // Whole tiles are decoded, however small the picture.
-    if (tiled && !fits({0, 0, tileWidth, blockLines}, 16, expansionOfNothing * file.size()))
-        return checked.error(name, "the file is too short for its tiles");
+    std::int64_t const blockLines = tiled ? std::int64_t{tileHeight} : chunkLines;
+    std::int64_t const blockWidth = std::max<std::int64_t>(data.width, tileWidth);
+    if (blockLines < 1 || (tiled && tileWidth == 0))
+        return checked.error(name, "the header is damaged");
+    // The library has room for whole chunks and tiles, however small the picture.
+    if (!fits({0, 0, blockWidth, blockLines}, std::max(storedBytes, bytesOfWidestPixel),
+              expansionOfNothing * file.size()))
+        return checked.error(name, "the file is too short for its chunks");
 
     try {
         InputStream stream(file);
@@ -452,6 +500,8 @@ Metadata textOf(Checked const& checked)
 koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, ReadOptions const& options,
                       Picture& picture, koUtil::Progress* progress)
 {
+    if (koUtil::Error error = checkAttributes(file, name))
+        return error;
     Checked checked(file);
     if (!checked.open(name))
         return checked.error(name);
@@ -485,7 +535,7 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
         packing >= std::size(compressions))
         return errorAt(name, 0, "the header is damaged");
     if (!fits(data, storedBytes, compressions[packing].largestExpansion * file.size()) ||
-        !fits(display, 16, expansionOfNothing * file.size()))
+        !fits(display, bytesOfWidestPixel, expansionOfNothing * file.size()))
         return errorAt(name, 0,
                        "the file is too short for its windows of " + std::to_string(data.width) + " x " +
                            std::to_string(data.height) + " and " + std::to_string(display.width) + " x " +
@@ -499,7 +549,7 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
                 static_cast<std::size_t>(image.pixelCount()) *
                     static_cast<std::size_t>(image.bytesPerPixel()));
 
-    if (koUtil::Error error = readPixels(checked, file, name, selection, data, display,
+    if (koUtil::Error error = readPixels(checked, file, name, selection, data, display, storedBytes,
                                          storage == EXR_STORAGE_TILED, image, progress))
         return error;
     if (selection.places.size() == 2 && selection.complete)

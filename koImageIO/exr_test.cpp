@@ -469,7 +469,11 @@ TEST(Exr, WithDamageDoesNoHarm)
             exrHeader(5, 4, packing.code == Imf::PIZ_COMPRESSION ? floatColour : halfRgba, packing.code)));
     files.push_back(tiledExr(exrHeader(5, 3, {"Y:half", "A:half"}), 2, 2, Imf::MIPMAP_LEVELS));
     files.push_back(multiPartExr({exrHeader(2, 2, {"R:uint"}), exrHeader(2, 2, {"Y:half"})}));
-    files.push_back(scanlineExr(exrHeader({-1, 2, 1, 4}, {0, 0, 3, 5}, {"a.R:half", "Y:float"})));
+    Imf::Header windows = exrHeader({-1, 2, 1, 4}, {0, 0, 3, 5}, {"a.R:half", "Y:float"});
+    windows.setPreviewImage(Imf::PreviewImage(2, 1));
+    windows.insert("views", Imf::StringVectorAttribute({"left", "right"}));
+    windows.insert("shape", Imf::StringAttribute("cross"));
+    files.push_back(scanlineExr(windows));
     for (Bytes const& file : files) {
         // What pixels packed in the tightest way could become.
         expectNoHarmFrom(file, file.size() * 64 * 1032 + (1u << 20));

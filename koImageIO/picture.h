@@ -9,6 +9,15 @@
 //
 // A file is recognised by its first bytes when it is read, by the extension of its name when it is written.
 //
+// OpenEXR: the first part of a file, at full resolution. A channel "key.R" is R of the layer "key". A layer
+// of one channel is grey, whatever its name; else R, G and B make the picture, or Y, with A beside them; what
+// is missing of R, G, B is 0, missing A is 1. The picture is the display window: pixels of it that lie
+// outside the data window are 0, alpha too, and data outside it is left out. Deep parts, subsampled channels
+// and luminance with chroma are errors.
+//
+// PNG: levels are taken as sRGB, whatever the file says of its colours; only a gAMA of 1 without sRGB means
+// linear levels. Colour profiles are not applied.
+//
 //   rows     row 0 of an image is the bottom of the picture; files begin with the top. Reading and writing
 //            turn the rows over, and nothing else in koImage ever does.
 //   light    images of floats and halves hold linear light, images of bytes hold what the file stores. So
@@ -44,7 +53,8 @@ namespace koImageIO {
 
 enum class PictureFormat { Exr, Hdr, Png, Pfm, Pnm };
 
-/// Values that a pixel type or a file could not hold, and what became of them.
+/// Values that a pixel type or a file could not hold, and what became of them. Half floats hold infinities
+/// and NaN.
 struct Misfits {
     std::int64_t overflow = 0;  ///< above the largest value, infinity included: became the largest
     std::int64_t negative = 0;  ///< below the smallest value, minus infinity included: became the smallest
@@ -71,7 +81,7 @@ enum class Transfer { Srgb, None };
 
 struct ReadOptions {
     std::optional<koImage::PixelTypeId> pixelType = {};  ///< none: what the file holds
-    std::string layer = {};                              ///< of an EXR file: "" is its unnamed one
+    std::string layer = {};                              ///< of an EXR file: "" is the one without a name
     Transfer transfer = Transfer::Srgb;
 };
 
@@ -86,7 +96,7 @@ struct Picture {
 
 /// Reads a picture file; "-" is standard input.
 ///
-///   pixels    by the file: EXR half colour Half4, float colour Float3, with alpha Float4, one channel Float;
+///   pixels    by the file: EXR half colour Half4, other colour Float3, with alpha Float4, one channel Float;
 ///             HDR Float3; PFM Float3, grey Float; PNG, PPM and PGM of 8 bits Byte4, grey Byte;
 ///             of 16 bits Float4 with alpha, Float3 without, grey Float
 ///             by the caller: Byte, Byte4, Half4, Float, Float3, Float4; any other type is an error
@@ -103,7 +113,9 @@ struct Picture {
 
 struct WriteOptions {
     std::optional<PictureFormat> format = {};  ///< none: by the extension; standard output needs one
-    int bits = 0;  ///< of a channel: 8 or 16 for PNG and PPM, 16 or 32 for EXR; 0: as the pixels
+    /// Of a channel: 8 or 16 for PNG and PPM, 16 or 32 for EXR. 0: as the pixels, where PNG and PPM hold
+    /// floats and halves in 16, EXR bytes in 16.
+    int bits = 0;
     Transfer transfer = Transfer::Srgb;
     std::string compression = {};  ///< of EXR: "none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a",
                                    ///< "dwaa", "dwab"; "": zip

@@ -1,6 +1,7 @@
 #include "koImageIO/testing/largest_request.h"
 
 #include <atomic>
+#include <cerrno>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KO_SANITIZED 1
@@ -77,6 +78,13 @@ void* realloc(void* memory, std::size_t bytes)
 {
     koImageIO::testing::note(bytes);
     return __libc_realloc(memory, bytes);
+}
+
+int posix_memalign(void** memory, std::size_t alignment, std::size_t bytes)
+{
+    koImageIO::testing::note(bytes);
+    *memory = __libc_memalign(alignment, bytes);
+    return *memory != nullptr ? 0 : ENOMEM;
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t bytes)
