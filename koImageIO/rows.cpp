@@ -77,7 +77,11 @@ void lightOf(std::span<Float4 const> pixels, Transfer, Block& light)
 float luminance(Float4 const& p)
 {
     // Products would round a grey away from itself.
-    return p.r == p.g && p.g == p.b ? p.g : 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b;
+    if (p.r == p.g && p.g == p.b)
+        return p.g;
+    // Which of several NaNs a sum passes on is the compiler's choice.
+    float const sum = 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b;
+    return std::isnan(sum) ? std::numeric_limits<float>::quiet_NaN() : sum;
 }
 
 // Writes the channels of a row: put(light, whether it is alpha) gives the value for each.
