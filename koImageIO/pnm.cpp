@@ -81,7 +81,8 @@ bool holds(FileCursor const& file, Header const& header)
     std::uint64_t const levels = header.plain           ? bytes / 2 + bytes % 2
                                  : header.largest < 256 ? bytes
                                                         : bytes / 2;
-    return static_cast<std::uint64_t>(header.height) <= levels / header.rowLevels();
+    // Three times the product of any two sizes stays below 2^64.
+    return static_cast<std::uint64_t>(header.height) * header.rowLevels() <= levels;
 }
 
 /// The levels of one row, scaled to the full range.
