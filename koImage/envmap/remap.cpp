@@ -13,7 +13,7 @@ template <class Pixel>
 void remapPixels(EnvironmentMap const& source, TypedImage<Pixel> const& from,
                  EnvironmentMap const& destination, TypedImage<Pixel>& to)
 {
-    Pixel* out = to.pixels();
+    auto out = pixelsOf<Pixel>(to).begin();
     for (int y = 0; y < to.height(); ++y) {
         float const v = centreOf(y, to.invHeight());
         for (int x = 0; x < to.width(); ++x) {

@@ -17,6 +17,11 @@
 //
 // All below 1, and so is the product of a sine and a cosine; roundedSurely allows 2. The polynomials are
 // minimax approximations, by Remez' exchange, of atan(t) / t, asin(w) / w, sin(r) / r and cos(r).
+//
+// Compared with glibc's functions on every float of their range, atan2 on 160 million pairs: no float that
+// was called sure differed, the largest errors were as above, and at most 1.2 in a million were not sure.
+//
+// A namespace of its own: other rooms have functions of the same names.
 #pragma once
 
 #include "koImage/image/simd.h"
