@@ -531,12 +531,16 @@ koUtil::Error readExr(std::span<std::byte const> file, std::string const& name, 
     std::uint64_t storedBytes = 0;
     for (auto const& channel : channels)
         storedBytes += channel.pixel_type == EXR_PIXEL_HALF ? 2 : 4;
+    std::uint64_t const pixelBytes =
+        selection.type == PixelTypeId::Half4
+            ? sizeof(Half4)
+            : sizeof(float) * static_cast<std::size_t>(koImage::channelCount(selection.type));
     auto const packing = static_cast<std::size_t>(compression);
     if (data.width < 1 || data.height < 1 || display.width < 1 || display.height < 1 ||
         packing >= std::size(compressions))
         return errorAt(name, 0, "the header is damaged");
     if (!fits(data, storedBytes, compressions[packing].largestExpansion * file.size()) ||
-        !fits(display, bytesOfWidestPixel, expansionOfNothing * file.size()))
+        !fits(display, pixelBytes, expansionOfNothing * file.size()))
         return errorAt(name, 0,
                        "the file is too short for its windows of " + std::to_string(data.width) + " x " +
                            std::to_string(data.height) + " and " + std::to_string(display.width) + " x " +

@@ -162,6 +162,31 @@ TEST(Exr, MayStoreItsRowsInAnyOrder)
     expectPixels<Half4>(readWell(scanlineExr(header)), {9, 40}, halfPixel);
 }
 
+TEST(Exr, IsNotTakenForTooShortWhereItIsBlack)
+{
+    // The same everywhere packs tightest of all.
+    ko::Reference<TypedImage<Half4>> halves(new TypedImage<Half4>);
+    ko::Reference<TypedImage<Float3>> floats(new TypedImage<Float3>);
+    halves->resize(1000, 700);
+    floats->resize(1000, 700);
+    std::memset(halves->data(), 0, std::size_t{1000} * 700 * sizeof(Half4));
+    std::memset(floats->data(), 0, std::size_t{1000} * 700 * sizeof(Float3));
+    for (Packing const packing : allPackings()) {
+        SCOPED_TRACE(packing.name);
+        RoundTrip const half4 = roundTrip(*halves, "exr", {.compression = packing.name});
+        ASSERT_FALSE(half4.error) << half4.error.message();
+        EXPECT_TRUE(samePixels(*halves, *half4.picture.image));
+        RoundTrip const float3 = roundTrip(*floats, "exr", {.compression = packing.name});
+        ASSERT_FALSE(float3.error) << float3.error.message();
+        EXPECT_TRUE(samePixels(*floats, *float3.picture.image));
+    }
+
+    // A frame with next to nothing in it, as compositors write them.
+    Imf::Header header = exrHeader({5, 5, 5, 5}, {0, 0, 2047, 1555}, halfRgba, Imf::ZIPS_COMPRESSION);
+    header.insert("comments", Imf::StringAttribute("an empty frame"));
+    EXPECT_EQ(readWell(scanlineExr(header)).image->width(), 2048);
+}
+
 TEST(Exr, OfTilesIsReadAtItsFirstLevel)
 {
     for (Packing const packing : lossless) {

@@ -406,6 +406,15 @@ TEST(Png, ThatIsTooShortForItsSizeAllocatesNothing)
     EXPECT_NE(errorOf(none.file()), "");
 }
 
+TEST(Png, IsNotTakenForTooShortWhereItIsBlack)
+{
+    auto const image = imageOf<Byte4>({3000, 2000});
+    std::memset(image->data(), 0, std::size_t{3000} * 2000 * sizeof(Byte4));
+    RoundTrip const trip = roundTrip(*image, "png");
+    ASSERT_FALSE(trip.error) << trip.error.message();
+    EXPECT_TRUE(samePixels(*image, *trip.picture.image));
+}
+
 TEST(Png, WithDamageDoesNoHarm)
 {
     std::string palette;
