@@ -229,6 +229,8 @@ TEST(Pnm, SaysWhereAndWhatIsWrong)
 
 TEST(Pnm, SurvivesEveryTruncationAndEveryChangeOfAByte)
 {
+    srgbWords();  // made at the first use, and no file's doing
+
     expectSurvivesEveryDamage("P6\n# a\n2 2\n255\nabcdefghijkl", 4096);
     expectSurvivesEveryDamage("P5 2 1 1000 abcd", 4096);
     expectSurvivesEveryDamage("P3 1 2 9\n1 2 3\n4 5#\n 6", 4096);
