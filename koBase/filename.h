@@ -11,8 +11,8 @@ class Filename {
 public:
     Filename() = default;
     Filename(std::string name) : multibyte_(std::move(name)) {}  // NOLINT(google-explicit-constructor)
-    Filename(char const* name)
-        : multibyte_(name != nullptr ? name : "") {}  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Filename(char const* name) : multibyte_(name != nullptr ? name : "") {}
 
     bool empty() const { return multibyte_.empty(); }
 

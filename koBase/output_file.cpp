@@ -35,7 +35,7 @@ std::string followLinks(std::string path)
         if (length < 0)
             return path;
         std::string const link(target.data(), static_cast<std::size_t>(length));
-        path = link.starts_with('/') ? link : folderOf(path) + link;
+        path = link.starts_with('/') ? link : folderOf(path).append(link);
     }
     return path;  // opening it fails, with the system's reason
 }
@@ -175,7 +175,7 @@ void OutputFile::publish()
         fail(errno);
 }
 
-bool OutputFile::linkAs(std::string const& entry)
+bool OutputFile::linkAs(std::string const& entry) const
 {
     return linkat(AT_FDCWD, descriptorPath(file_).c_str(), folder_, entry.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }

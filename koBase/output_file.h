@@ -48,7 +48,7 @@ private:
     void send(std::span<std::byte const> bytes);
     void publish();
     void fail(int reason);
-    bool linkAs(std::string const& entry);
+    bool linkAs(std::string const& entry) const;
     void close();
 
     Filename name_;

@@ -391,11 +391,12 @@ private:
         bool const halves = image_.pixelType() == PixelTypeId::Half4;
         std::size_t const channelBytes = halves ? 2 : 4;
         Imf::FrameBuffer buffer;
-        for (auto const& [channel, to] : selection_.places)
-            buffer.insert(channel, Imf::Slice(halves ? Imf::HALF : Imf::FLOAT,
-                                              reinterpret_cast<char*>(origin + static_cast<std::size_t>(to) *
-                                                                                   channelBytes),
-                                              pixelBytes_, lineBytes_));
+        for (auto const& [channel, to] : selection_.places) {
+            auto const address = origin + static_cast<std::size_t>(to) * channelBytes;
+            auto* const base = reinterpret_cast<char*>(address);  // NOLINT(performance-no-int-to-ptr)
+            buffer.insert(channel,
+                          Imf::Slice(halves ? Imf::HALF : Imf::FLOAT, base, pixelBytes_, lineBytes_));
+        }
         file_.setFrameBuffer(buffer);
     }
 

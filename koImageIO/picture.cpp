@@ -261,7 +261,7 @@ koUtil::Error writePicture(koOS::Filename const& name, koImage::Image const& ima
 
     try {
         Misfits found;
-        koUtil::Error const error = writeTo(name, *codec, image, options, found, progress);
+        koUtil::Error error = writeTo(name, *codec, image, options, found, progress);
         if (!error) {
             misfits = found;
             koUtil::setProgress(progress, 1.0);

@@ -23,7 +23,6 @@
 
 namespace koImageIO {
 
-using koImage::Byte4;
 using koImage::Image;
 using koImage::PixelTypeId;
 

@@ -77,85 +77,114 @@ void lightOf(std::span<Float4 const> pixels, Transfer, Block& light)
 float luminance(Float4 const& p)
 {
     // Products would round a grey away from itself.
-    return p.r == p.g && p.g == p.b ? p.g : 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b;
+    if (p.r == p.g && p.g == p.b)
+        return p.g;
+    // Which of several NaNs a sum passes on is the compiler's choice.
+    float const sum = 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b;
+    return std::isnan(sum) ? std::numeric_limits<float>::quiet_NaN() : sum;
 }
 
-// Writes the channels of a row: put(light, whether it is alpha) gives the value for each.
-template <bool grey, class Value, class Put>
-void spread(std::span<Float4 const> light, int channels, Value* values, Put const& put)
+// The channels of a row, as light.
+template <bool grey>
+void spread(std::span<Float4 const> light, int channels, float* values)
 {
     for (Float4 const& p : light) {
         if (channels == 1) {
-            *values++ = put(grey ? p.g : luminance(p), false);
+            *values++ = grey ? p.g : luminance(p);
             continue;
         }
-        *values++ = put(p.r, false);
-        *values++ = put(p.g, false);
-        *values++ = put(p.b, false);
+        *values++ = p.r;
+        *values++ = p.g;
+        *values++ = p.b;
         if (channels == 4)
-            *values++ = put(p.a, true);
+            *values++ = p.a;
     }
 }
 
-// From the pixels of a picture through light to values.
-template <class Value, class Put>
+// From the pixels of a picture through light to values: convert(channels of some pixels, where they go).
+template <class Value, class Convert>
 void rowThroughLight(Image const& image, int row, int channels, Transfer transfer, std::span<Value> values,
-                     Put const& put)
+                     Convert const& convert)
 {
+    assert(values.size() == static_cast<std::size_t>(image.width()) * static_cast<std::size_t>(channels));
     koImage::dispatchPixel(image.pixelType(), PicturePixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;
         constexpr bool grey = std::is_scalar_v<Pixel>;
         auto const pixels = pictureRow<Pixel>(image, row);
         Block light;
+        std::array<float, 4 * blockPixels> lightOfChannels;
         for (std::size_t first = 0; first < pixels.size(); first += blockPixels) {
             auto const some = pixels.subspan(first, std::min(blockPixels, pixels.size() - first));
             lightOf(some, transfer, light);
-            spread<grey>(std::span(light).first(some.size()), channels,
-                         values.data() + first * static_cast<std::size_t>(channels), put);
+            spread<grey>(std::span(light).first(some.size()), channels, lightOfChannels.data());
+            auto const count = static_cast<std::size_t>(channels);
+            convert(std::span<float const>(lightOfChannels).first(some.size() * count),
+                    values.data() + first * count);
         }
     });
+}
+
+// What levels from 0 to 1 cannot hold.
+void countMisfits(std::span<float const> light, Misfits& misfits)
+{
+    int overflow = 0, negative = 0, nan = 0;
+    for (float const v : light) {
+        overflow += v > 1.0f ? 1 : 0;
+        negative += v < 0.0f ? 1 : 0;
+        nan += std::isnan(v) ? 1 : 0;
+    }
+    misfits += {overflow, negative, nan};
+}
+
+// The levels of bytes, which need no light. Whether the image has bytes, and as many channels.
+template <class Level>
+bool levelsOfBytes(Image const& image, int row, int channels, Level* to)
+{
+    constexpr unsigned top = SrgbLevels<Level>::top;
+    constexpr unsigned scale = top / 255;
+    if (image.pixelType() == PixelTypeId::Byte) {
+        for (unsigned char const v : pictureRow<unsigned char>(image, row)) {
+            for (int c = 0; c < channels; ++c)
+                *to++ = c == 3 ? Level{top} : static_cast<Level>(v * scale);
+        }
+        return true;
+    }
+    if (image.pixelType() != PixelTypeId::Byte4 || channels == 1)
+        return false;
+    for (auto const [r, g, b, a] : pictureRow<Byte4>(image, row)) {
+        *to++ = static_cast<Level>(r * scale);
+        *to++ = static_cast<Level>(g * scale);
+        *to++ = static_cast<Level>(b * scale);
+        if (channels == 4)
+            *to++ = static_cast<Level>(a * scale);
+    }
+    return true;
 }
 
 template <class Level>
 void rowAsLevels(Image const& image, int row, int channels, Transfer transfer, SrgbLevels<Level> const& srgb,
                  std::span<Level> values, Misfits& misfits)
 {
-    constexpr unsigned top = SrgbLevels<Level>::top;
-    assert(values.size() == static_cast<std::size_t>(image.width()) * static_cast<std::size_t>(channels));
-
-    // Bytes are levels already.
-    constexpr unsigned scale = top / 255;
-    auto* to = values.data();
-    if (image.pixelType() == PixelTypeId::Byte) {
-        for (unsigned char const v : pictureRow<unsigned char>(image, row)) {
-            for (int c = 0; c < channels; ++c)
-                *to++ = c == 3 ? Level{top} : static_cast<Level>(v * scale);
-        }
+    if (levelsOfBytes(image, row, channels, values.data()))
         return;
-    }
-    if (image.pixelType() == PixelTypeId::Byte4 && channels != 1) {
-        for (auto const [r, g, b, a] : pictureRow<Byte4>(image, row)) {
-            *to++ = static_cast<Level>(r * scale);
-            *to++ = static_cast<Level>(g * scale);
-            *to++ = static_cast<Level>(b * scale);
-            if (channels == 4)
-                *to++ = static_cast<Level>(a * scale);
-        }
-        return;
-    }
 
-    Misfits found;
-    rowThroughLight(image, row, channels, transfer, values, [&](float v, bool alpha) -> Level {
-        found.overflow += v > 1.0f ? 1 : 0;
-        found.negative += v < 0.0f ? 1 : 0;
-        found.nan += std::isnan(v) ? 1 : 0;
-        if (transfer == Transfer::Srgb && !alpha)
-            return srgb.level(v);
+    auto const linear = [](float v) {
         // The comparisons are false for NaN.
         double const clamped = v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-        return static_cast<Level>(clamped * top + 0.5);
+        return static_cast<Level>(clamped * SrgbLevels<Level>::top + 0.5);
+    };
+    rowThroughLight(image, row, channels, transfer, values, [&](std::span<float const> light, Level* to) {
+        countMisfits(light, misfits);
+        if (transfer == Transfer::None) {
+            std::transform(light.begin(), light.end(), to, linear);
+            return;
+        }
+        std::transform(light.begin(), light.end(), to, [&](float v) { return srgb.level(v); });
+        if (channels == 4) {
+            for (std::size_t i = 3; i < light.size(); i += 4)
+                to[i] = linear(light[i]);
+        }
     });
-    misfits += found;
 }
 
 // What imageConvert makes of the picture.
@@ -190,7 +219,9 @@ void convertRow(Image const& from, Image& to, int row, Transfer transfer, Misfit
 
 void rowAsFloats(Image const& image, int row, int channels, Transfer transfer, std::span<float> values)
 {
-    rowThroughLight(image, row, channels, transfer, values, [](float v, bool) { return v; });
+    rowThroughLight(image, row, channels, transfer, values, [](std::span<float const> light, float* to) {
+        std::copy(light.begin(), light.end(), to);
+    });
 }
 
 void rowAsHalves(Image const& image, int row, int channels, Transfer transfer, std::span<half> values,
@@ -207,15 +238,20 @@ void rowAsHalves(Image const& image, int row, int channels, Transfer transfer, s
     }
 
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    Misfits found;
-    rowThroughLight(image, row, channels, transfer, values, [&](float v, bool) {
-        bool const above = v > largestHalf && v < infinity;
-        bool const below = v < -largestHalf && v > -infinity;
-        found.overflow += above ? 1 : 0;
-        found.negative += below ? 1 : 0;
-        return half(above ? largestHalf : below ? -largestHalf : v);
+    rowThroughLight(image, row, channels, transfer, values, [&](std::span<float const> light, half* to) {
+        std::array<float, 4 * blockPixels> clamped;
+        int overflow = 0, negative = 0;
+        for (std::size_t i = 0; i < light.size(); ++i) {
+            float const v = light[i];
+            bool const above = v > largestHalf && v < infinity;
+            bool const below = v < -largestHalf && v > -infinity;
+            overflow += above ? 1 : 0;
+            negative += below ? 1 : 0;
+            clamped[i] = above ? largestHalf : below ? -largestHalf : v;
+        }
+        misfits += {overflow, negative, 0};
+        koImage::floatsToHalves(clamped.data(), to, light.size());
     });
-    misfits += found;
 }
 
 void rowAsBytes(Image const& image, int row, int channels, Transfer transfer, std::span<std::uint8_t> values,

@@ -6,7 +6,8 @@
 // Values are spread over the channels of a row in the same way everywhere:
 //   grey      becomes three equal channels; of colour asked for as one channel the luminance is taken
 //   alpha     is opaque where the image has none, left out where the row has none, and never curved
-//   luminance 0.2126 r + 0.7152 g + 0.0722 b of the light, and exactly the channel where the three are equal
+//   luminance 0.2126 r + 0.7152 g + 0.0722 b of the light, and exactly the channel where the three are
+//             equal; a NaN is the quiet one without a payload
 //   levels    of 8 and 16 bits stand for light by the curve of srgb.h; with Transfer::None, and for alpha,
 //             they stand for level / top
 //   misfits   counted for each channel of the row. Half floats hold infinities and NaN, which stay; finite

@@ -76,9 +76,11 @@ std::vector<std::pair<float, bool>> channelsByHand(Image const& image, int row, 
         // The top row of the picture is the last of the image.
         auto const at = static_cast<std::size_t>((image.height() - 1 - row) * image.width() + x);
         Light const light = lightOfPixel(pixels[at], t);
-        float const luminance = light.grey || (light.r == light.g && light.g == light.b)
-                                    ? light.g
-                                    : 0.2126f * light.r + 0.7152f * light.g + 0.0722f * light.b;
+        float luminance = 0.2126f * light.r + 0.7152f * light.g + 0.0722f * light.b;
+        if (light.grey || (light.r == light.g && light.g == light.b))
+            luminance = light.g;
+        else if (std::isnan(luminance))
+            luminance = std::numeric_limits<float>::quiet_NaN();
         if (channels == 1) {
             values.emplace_back(luminance, false);
             continue;

@@ -38,6 +38,7 @@ SrgbLevels<Level>::SrgbLevels()
         double const offset = top * encode(from) + 0.5 - slope * from;
         lines_.push_back({static_cast<float>(offset), static_cast<float>(slope)});
     }
+    lines_.push_back({static_cast<float>(top), 0.0f});
 }
 
 SrgbLevels<std::uint8_t> const& srgbBytes()

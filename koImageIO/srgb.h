@@ -34,15 +34,14 @@ public:
     /// Light below 0 and NaN give 0, above 1 the top.
     Level level(float light) const
     {
-        if (!(light >= boundary_[1]))
-            return 0;
-        if (light >= boundary_[top])
-            return top;
+        // No branches: light of pictures is as likely on one side as on the other. NaN fails the comparison.
+        light = light > gridBegin ? light : gridBegin;
+        light = light < 1.0f ? light : 1.0f;
 
         // Between two steps of the grid the curve is nearly straight: the line finds the level or its
         // neighbour.
         Line const line = lines_[(std::bit_cast<std::uint32_t>(light) >> gridShift) - gridFirst];
-        auto level = static_cast<std::size_t>(line.offset + line.slope * light);
+        auto level = static_cast<std::uint32_t>(line.offset + line.slope * light);
         level += light >= boundary_[level + 1] ? 1U : 0U;
         level -= light < boundary_[level] ? 1U : 0U;
         return static_cast<Level>(level);
@@ -54,9 +53,10 @@ private:
     };
 
     // 128 steps in each octave of the floats from 2^-21, below the first boundary of 16 bits, to 1.
+    static constexpr float gridBegin = 0x1p-21f;
     static constexpr int gridShift = 23 - 7;
-    static constexpr std::uint32_t gridFirst = (127 - 21) << 7;
-    static constexpr std::uint32_t gridEnd = 127 << 7;
+    static constexpr std::uint32_t gridFirst = std::bit_cast<std::uint32_t>(gridBegin) >> gridShift;
+    static constexpr std::uint32_t gridEnd = std::bit_cast<std::uint32_t>(1.0f) >> gridShift;
 
     std::vector<float> light_;
     std::vector<float> boundary_;
