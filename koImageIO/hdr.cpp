@@ -14,7 +14,8 @@
 //   orientation  all eight; the picture is turned upright.
 //   scanlines    flat, with repeated pixels, or with runs of each channel: each tells for itself.
 //   written      RGBE, the top row first, with runs where the format has them (8 to 32767 columns). Alpha is
-//                left out. Of the metadata all but EXPOSURE, COLORCORR and FORMAT: the values are radiance.
+//                left out. Metadata become variables, their names in capitals, letters and digits alone; but
+//                never EXPOSURE, COLORCORR and FORMAT, on which the values rely.
 //
 // Sources
 //   [1] G. Ward. Real Pixels. Graphics Gems II, 1991.
@@ -33,6 +34,10 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace koImageIO {
 namespace {

@@ -38,18 +38,10 @@ struct Header {
     bool colour = false;
     int width = 0;
     int height = 0;
-    unsigned largest = 0;
+    unsigned largest = 255;
 
     std::size_t rowLevels() const { return static_cast<std::size_t>(width) * (colour ? 3 : 1); }
 };
-
-/// Takes a number from 1 to `most`.
-template <class Number>
-Error takeNumber(FileCursor& file, Number most, Number& number, char const* reason)
-{
-    number = numberOf<Number>(file.takeWord()).value_or(0);
-    return number >= 1 && number <= most ? Error() : file.errorOfText(reason);
-}
 
 Error readHeader(FileCursor& file, Header& header)
 {
@@ -61,13 +53,16 @@ Error readHeader(FileCursor& file, Header& header)
     header.plain = magic == "P2" || magic == "P3";
     header.colour = magic == "P3" || magic == "P6";
 
-    constexpr int most = std::numeric_limits<int>::max();
-    if (Error error = takeNumber(file, most, header.width, "the width is not a positive number"))
-        return error;
-    if (Error error = takeNumber(file, most, header.height, "the height is not a positive number"))
-        return error;
-    if (Error error = takeNumber(file, 65535u, header.largest, "the largest level is not one of 1 to 65535"))
-        return error;
+    header.width = numberOf<int>(file.takeWord()).value_or(0);
+    if (header.width < 1)
+        return file.errorOfText("the width is not a positive number");
+    header.height = numberOf<int>(file.takeWord()).value_or(0);
+    if (header.height < 1)
+        return file.errorOfText("the height is not a positive number");
+    unsigned const largest = numberOf<unsigned>(file.takeWord()).value_or(0);
+    if (largest < 1 || largest > 65535)
+        return file.errorOfText("the largest level is not one of 1 to 65535");
+    header.largest = largest;
 
     // One white space, whichever it is, or the end of a comment: the next byte may look like white space and
     // be a level.
@@ -86,7 +81,8 @@ bool holds(FileCursor const& file, Header const& header)
     std::uint64_t const levels = header.plain           ? bytes / 2 + bytes % 2
                                  : header.largest < 256 ? bytes
                                                         : bytes / 2;
-    return static_cast<std::uint64_t>(header.height) <= levels / header.rowLevels();
+    // Three times the product of any two sizes stays below 2^64.
+    return static_cast<std::uint64_t>(header.height) * header.rowLevels() <= levels;
 }
 
 /// The levels of one row, scaled to the full range.
