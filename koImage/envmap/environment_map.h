@@ -2,7 +2,7 @@
 //
 // Three shapes translate between normalised image coordinates (u, v) and directions: SphereMap (a disc in a
 // square), LatLongMap (latitude and longitude) and CrossMap (the six faces of a cube). Each header draws its
-// own. z is up, and the middle of every shape looks along -y:
+// own. z is up, and a viewer looks along -y:
 //
 //   - row 0 of an image, v = 0, is the bottom of the picture;
 //   - lat-long and cross maps are seen from inside the sphere: -x is to the right of -y, +z above it;
@@ -14,6 +14,7 @@
 //     widened arguments; a quantity that a header names is rounded to float once, from the whole expression
 //     that makes it. Headers say where a quantity stays a double;
 //   - twoPi and pi are those floats, not the numbers;
+//   - each call costs a few of these functions; remap shares what rows and columns have in common;
 //   - nothing is reported: a coordinate without a direction gives false and a weight of 0;
 //   - outputs that a call does not set are left as they were.
 #pragma once

@@ -260,6 +260,28 @@ TEST(EnvironmentMap, SeesMinusXToTheRightFromInsideAndPlusXOnTheBall)
     }
 }
 
+#ifdef __x86_64__
+// A pointer to a virtual member holds one more than the offset of its slot, in bytes. Slots 0 and 1 are the
+// two destructors.
+template <class Member>
+std::ptrdiff_t slotOf(Member member)
+{
+    std::ptrdiff_t word;
+    std::memcpy(&word, &member, sizeof word);
+    return (word - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST(EnvironmentMap, KeepsTheOrderOfItsVirtualOperations)
+{
+    using Plain = bool (EnvironmentMap::*)(float, float, koLinear::VectorFlt&) const;
+    using Weighted = bool (EnvironmentMap::*)(float, float, koLinear::VectorFlt&, float&, bool) const;
+    EXPECT_EQ(slotOf(&EnvironmentMap::isValidCoord), 2);
+    EXPECT_EQ(slotOf(static_cast<Plain>(&EnvironmentMap::coordToDir)), 3);
+    EXPECT_EQ(slotOf(static_cast<Weighted>(&EnvironmentMap::coordToDir)), 4);
+    EXPECT_EQ(slotOf(&EnvironmentMap::dirToCoord), 5);
+}
+#endif
+
 }  // namespace
 
 }  // namespace koImage

@@ -8,13 +8,6 @@ namespace koImage {
 
 namespace {
 
-/// Whether the array holds every pixel that the rows name.
-bool holdsItsRows(Image const& image)
-{
-    return image.data() != nullptr && image.width() > 0 && image.height() > 0 &&
-           std::int64_t{image.width()} * image.height() == image.pixelCount();
-}
-
 /// The definition: one pixel at a time, for any shapes, those that callers derive among them.
 template <class Pixel>
 void remapPixels(EnvironmentMap const& source, TypedImage<Pixel> const& from,
@@ -44,7 +37,7 @@ void remap(EnvironmentMap const& source, EnvironmentMap& destination)
 {
     Image const* const from = source.image();
     Image* const to = destination.image();
-    if (from == nullptr || to == nullptr || from->pixelType() != to->pixelType() || !holdsItsRows(*to))
+    if (from == nullptr || to == nullptr || from->pixelType() != to->pixelType() || !to->holdsItsRows())
         return;
 
     dispatchPixel(from->pixelType(), RemapPixels{}, [&](auto tag) {
@@ -56,7 +49,7 @@ void remap(EnvironmentMap const& source, EnvironmentMap& destination)
             return;
 #if KO_SIMD_V3
         auto const written = pixelsOf<Pixel>(*to);
-        if (holdsItsRows(*from) &&
+        if (from->holdsItsRows() &&
             !overlap(read.data(), read.size_bytes(), written.data(), written.size_bytes()) &&
             v3::remapping::remapPixels(source, typedFrom, destination, typedTo))
             return;

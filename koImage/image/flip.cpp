@@ -11,13 +11,6 @@ namespace koImage {
 
 namespace {
 
-/// Whether the array holds every pixel that the rows name.
-bool holdsItsRows(Image const& image)
-{
-    return image.data() != nullptr && image.width() > 0 && image.height() > 0 &&
-           std::int64_t{image.width()} * image.height() == image.pixelCount();
-}
-
 // Rows up to this size are turned while the next ones are fetched: the processor, which looks ahead along
 // runs of addresses, finds these too short. Longer rows it follows by itself, and they would not wait in the
 // cache.
@@ -109,7 +102,7 @@ void reverseRows(Pixel* row, std::ptrdiff_t width, int height)
 
 void imageFlipVertical(Image& image)
 {
-    if (!holdsItsRows(image))
+    if (!image.holdsItsRows())
         return;
     auto const rowBytes = std::ptrdiff_t{image.bytesPerPixel()} * image.width();
     auto* lower = static_cast<unsigned char*>(image.data());
@@ -120,7 +113,7 @@ void imageFlipVertical(Image& image)
 
 void imageFlipHorizontal(Image& image)
 {
-    if (!holdsItsRows(image))
+    if (!image.holdsItsRows())
         return;
     dispatchPixel(image.pixelType(), FlipHorizontalPixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;

@@ -76,6 +76,14 @@ public:
     /// width x height as a signed product modulo 2^32: how many pixels the array holds, none where below 1.
     int pixelCount() const { return wrappedProduct(width_, height_); }
 
+    /// Whether the array holds every pixel that the rows name: there is one, the sizes are 1 or more, and
+    /// their product fits 32 bits.
+    bool holdsItsRows() const
+    {
+        return data() != nullptr && width_ > 0 && height_ > 0 &&
+               std::int64_t{width_} * height_ == pixelCount();
+    }
+
     /// Sets the rectangle to the whole image: origin (0, 0), width, height.
     void range(koUtil::IntRange2d& rectangle) const;
 

@@ -127,6 +127,22 @@ private:
     int& destroyed_;
 };
 
+TEST(Image, HoldsItsRowsWhereItsSizesDescribeItsArray)
+{
+    unsigned char pixel = 0;
+    TypedImage<unsigned char> image;
+    EXPECT_FALSE(image.holdsItsRows());
+    auto const holds = [&image](unsigned char* pixels, Size size) {
+        image.borrow(pixels, size.width, size.height);
+        return image.holdsItsRows();
+    };
+    EXPECT_TRUE(holds(&pixel, {1, 1}));
+    EXPECT_TRUE(holds(&pixel, {largest, 1}));
+    EXPECT_FALSE(holds(nullptr, {1, 1}));
+    for (Size const size : {Size{0, 1}, Size{1, 0}, Size{-1, -1}, Size{65537, 65536}, Size{largest, largest}})
+        EXPECT_FALSE(holds(&pixel, size)) << size;
+}
+
 TEST(Image, IsDestroyedByTheLastReferenceAlone)
 {
     int destroyed = 0;

@@ -237,7 +237,8 @@ ko::Reference<Image> shapeValues(EnvironmentMap const& map, int count)
         koLinear::VectorFlt dir;
         float weight = -1;
         bool const valid = map.coordToDir(u, v, dir, weight, true);
-        koLinear::VectorFlt other(2 * unit() - 1, 2 * unit() - 1, 2 * unit() - 1);
+        // In braces: from left to right with every compiler.
+        koLinear::VectorFlt other{2 * unit() - 1, 2 * unit() - 1, 2 * unit() - 1};
         other.normalize();
         float otherU = 0;
         float otherV = 0;
