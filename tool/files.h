@@ -25,7 +25,7 @@ public:
     /// --quiet
     void addQuiet(CLI::App& command);
 
-    /// --type, --layer, --raw, --quiet
+    /// --type, --layer, --raw
     void addInput(CLI::App& command);
 
     /// OUT; --format, --bits, --compression, --raw, --quiet, --json

@@ -150,7 +150,7 @@ TEST(Info, PrintsMetadataThatCannotSteerATerminal)
 {
     Folder const folder;
     writeFile(folder / "a.hdr",
-              std::string("#?RADIANCE\nVIEW=a\033[2Jb\nFORMAT=32-bit_rle_rgbe\n\n-Y 1 +X 1\n\1\2\3\x80", 67));
+              "#?RADIANCE\nVIEW=a\033[2Jb\nFORMAT=32-bit_rle_rgbe\n\n-Y 1 +X 1\n\1\2\3\x80");
     auto const text = koimage({"info", folder / "a.hdr"});
     EXPECT_EQ(0, text.exitCode) << text.err;
     EXPECT_THAT(text.out, HasSubstr("the file says\n    view        a?[2Jb\n"));
