@@ -12,7 +12,6 @@
 #include <array>
 #include <bit>
 #include <charconv>
-#include <clocale>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

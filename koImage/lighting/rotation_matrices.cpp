@@ -4,17 +4,17 @@
 #include "koImage/lighting/number_scanner.h"
 #include "koImage/lighting/rotation_table.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <span>
 #include <string>
-#include <utility>
 
 namespace koImage {
 
@@ -43,8 +43,7 @@ using SmallD = std::array<long double, maxDegree + 1>;
 
 SmallD smallD(int a, int b, long double theta)
 {
-    // At degree a it is a binomial term: sqrt((2a choose a + b)) cos(theta/2)^(a + b) (-sin(theta/2))^(a -
-    // b).
+    // At degree a: sqrt(2a choose a + b) cos(theta/2)^(a + b) (-sin(theta/2))^(a - b).
     long double binomial = 1;
     for (int i = 1; i <= a - b; ++i)
         binomial = binomial * static_cast<long double>(a + b + i) / static_cast<long double>(i);
@@ -134,12 +133,13 @@ RotationTable readTable(std::FILE* file, koUtil::Progress* progress)
 }
 
 /// The line of a character, from 1.
-std::ptrdiff_t lineAt(char const* path, std::size_t position)
+int lineAt(char const* path, std::size_t position)
 {
     std::ifstream file(path, std::ios::binary);
-    std::string before(position, '\0');
-    file.read(before.data(), static_cast<std::streamsize>(position));
-    return std::count(before.begin(), before.end(), '\n') + 1;
+    int line = 1;
+    for (std::istreambuf_iterator<char> c(file), end; position > 0 && c != end; ++c, --position)
+        line += *c == '\n' ? 1 : 0;
+    return line;
 }
 
 /// Writes a number as the shortest text that reads back as the same one.
@@ -213,7 +213,7 @@ koUtil::Error verifyRotationMatrixFile(char const* path)
     RotationTable const expected = computeTable();
     NumberScanner scanner(file.get());
     auto const fault = [&](std::string const& reason) {
-        return koUtil::Error(1, "%s, line %td: %s.", path, lineAt(path, scanner.taken()), reason.c_str());
+        return koUtil::Error(1, "%s, line %d: %s.", path, lineAt(path, scanner.taken()), reason.c_str());
     };
     auto const missing = [&](std::string const& what) {
         return fault("expected " + what + (scanner.atEnd() ? "; the file ends here" : ""));
