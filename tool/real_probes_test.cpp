@@ -95,8 +95,7 @@ TEST_P(RealProbe, SurvivesTheWayThroughACross)
     // half a pixel aside. The cross has twice the pixels to a degree, so the way there and back is three
     // quarters of a pixel of the original, to the right and up. How far that is depends on how fine the
     // picture is (2 % in a street, 20 % among leaves), so the yardstick is the picture itself, one pixel to
-    // the right and up: 0.54 to 0.60 of it in all eight. Mirrored or turned, the distances would be 5 to 28
-    // times longer.
+    // the right and up: 0.54 to 0.60 of it in all eight.
     EXPECT_LE(distance.ofPixels, 0.65 * neighbour.ofPixels);
     EXPECT_GE(distance.ofPixels, 0.25 * 0.65 * neighbour.ofPixels);
 
