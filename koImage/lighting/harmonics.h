@@ -18,7 +18,7 @@
 //             azimuth does not wrap around
 //   numbers   double precision, sqrt 2 excepted, which is 1.4142136
 //   threads   any; the first call of any function fills the tables
-//   cost      two or four reads; the tables take 0.5 MB and are filled in about 2 ms
+//   cost      two or four reads; the tables take 0.5 MB
 #pragma once
 
 #include "koImage/export.h"

@@ -33,7 +33,7 @@ namespace koImage {
 ///   failure   a file that cannot be opened: a line on standard output, and false; the next call tries again.
 ///             Lack of memory throws std::bad_alloc
 ///   threads   one at a time, and not during computeReflectionCoeffs
-///   cost      about 15 ns an entry, at least eight times less than fscanf; 10 MB until finalizeReflectance
+///   cost      about an eighth of the time of fscanf; 10 MB until finalizeReflectance
 KOIMAGE_EXPORT bool initializeReflectance(char const* path, koUtil::Progress* progress);
 
 /// Releases the matrices: the next initializeReflectance loads a file again.
