@@ -46,7 +46,7 @@ KOIMAGE_EXPORT double rotationMatrixEntry(int l, int m, int n, int t);
 /// Writes the file that initializeReflectance reads.
 ///
 ///   numbers   each entry within 1e-14, as the shortest text that reads back as the same double
-///   file      about 13 MB, there as a whole or not at all: one that stood there stays until then
+///   file      about 14 MB, there as a whole or not at all: one that stood there stays until then
 ///   progress  from 0 to 1
 ///   failure   an error that tells the file and the reason
 ///   source    the recurrence in the degree of Wigner's d, as in M. A. Blanco et al., Evaluation of the
