@@ -20,7 +20,7 @@ namespace koImage {
 ///             without pixels gives zeros
 ///   out       made of order 20: the integrals of light times Y_lm, left-end sums over both angles
 ///   numbers   columns first, each with a complex rotor that is multiplied from pixel to pixel; then rows
-///   cost      0.3 ms for 200 x 100, 0.3 MB
+///   cost      about 0.5 ms for 200 x 100, 0.3 MB
 KOIMAGE_EXPORT void computeLightCoeffs(TypedImage<Float3> const& probe, SphericalHarmonics<Double3>& out);
 
 /// Projects a sampled reflectance onto products of harmonics.
@@ -31,7 +31,7 @@ KOIMAGE_EXPORT void computeLightCoeffs(TypedImage<Float3> const& probe, Spherica
 ///             order of both. All others stay as they are
 ///   order     the highest output degree: 0 to 20, and 10 in the pipeline; larger counts as 20
 ///   failure   arrays of other dimensions: nothing happens
-///   cost      reads the samples once; about 8 ms at order 10, 0.6 MB
+///   cost      reads the samples once; about 10 ms at order 10, 0.6 MB
 KOIMAGE_EXPORT void computeBrdfCoeffs(koUtil::ArrayN<3, Double3> const& samples,
                                       koUtil::ArrayN<3, Double3>& coeffs, int order);
 

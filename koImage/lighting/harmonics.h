@@ -13,12 +13,11 @@
 // For every function here:
 //   degree    l = 0 .. 20, order m = -l .. l; others give 0
 //   index     a position on the grid of an angle, whole or between two samples. A fraction below 0.0001
-//   counts
-//             as none; any other takes both neighbours, linearly. Beyond an end the last sample counts: the
-//             azimuth does not wrap around
+//             counts as none; any other takes both neighbours, linearly. Beyond an end the last sample
+//             counts: the azimuth does not wrap around
 //   numbers   double precision, sqrt 2 excepted, which is 1.4142136
 //   threads   any; the first call of any function fills the tables
-//   cost      two or four reads; the tables take 0.5 MB and are filled in about 2 ms
+//   cost      two or four reads; the tables take 0.5 MB
 #pragma once
 
 #include "koImage/export.h"

@@ -1,4 +1,4 @@
-// Numbers out of a text file, with the results of fscanf at a tenth of its time and in no locale. Private.
+// Numbers out of a text file, with the results of fscanf at an eighth of its time and in no locale. Private.
 //
 // What fscanf accepts is more than what strtod accepts, and what it has read when it fails stays read. The
 // rules are those of the GNU C library, where they go beyond the standard:

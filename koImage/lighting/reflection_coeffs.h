@@ -29,7 +29,7 @@ namespace koImage {
 ///   threads     the parts of the pool make rows of their own
 ///   failure     without rotation matrices (initializeReflectance), or with a brdf that is not 21 x 21 x 21,
 ///               out stays as it is. Lack of memory throws std::bad_alloc
-///   cost        about 35 ms on one thread, 58 MB for the map and 0.6 MB for each thread
+///   cost        about 45 ms on one thread; 58 MB for the map and 0.6 MB for each thread
 KOIMAGE_EXPORT void computeReflectionCoeffs(SphericalHarmonics<Double3> const& light,
                                             koUtil::ArrayN<3, Double3> const& brdf, int lightOrder,
                                             int brdfOrder, TypedImage<HarmonicsPixel>& out,

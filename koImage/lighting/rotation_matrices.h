@@ -33,7 +33,7 @@ namespace koImage {
 ///   failure   a file that cannot be opened: a line on standard output, and false; the next call tries again.
 ///             Lack of memory throws std::bad_alloc
 ///   threads   one at a time, and not during computeReflectionCoeffs
-///   cost      about 15 ns an entry, at least eight times less than fscanf; 10 MB until finalizeReflectance
+///   cost      about an eighth of the time of fscanf; 10 MB until finalizeReflectance
 KOIMAGE_EXPORT bool initializeReflectance(char const* path, koUtil::Progress* progress);
 
 /// Releases the matrices: the next initializeReflectance loads a file again.
@@ -46,7 +46,7 @@ KOIMAGE_EXPORT double rotationMatrixEntry(int l, int m, int n, int t);
 /// Writes the file that initializeReflectance reads.
 ///
 ///   numbers   each entry within 1e-14, as the shortest text that reads back as the same double
-///   file      about 13 MB, there as a whole or not at all: one that stood there stays until then
+///   file      about 14 MB, there as a whole or not at all: one that stood there stays until then
 ///   progress  from 0 to 1
 ///   failure   an error that tells the file and the reason
 ///   source    the recurrence in the degree of Wigner's d, as in M. A. Blanco et al., Evaluation of the
