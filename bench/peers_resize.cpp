@@ -22,11 +22,8 @@ struct Resizing {
 };
 
 constexpr Resizing resizings[] = {
-    {{4096, 2048}, {1024, 512}, false},
-    {{4096, 2048}, {1024, 512}, true},
-    {{4096, 2048}, {200, 100}, false},
-    {{1024, 512}, {4096, 2048}, false},
-    {{1024, 512}, {4096, 2048}, true},
+    {{4096, 2048}, {1024, 512}, false}, {{4096, 2048}, {1024, 512}, true}, {{4096, 2048}, {200, 100}, false},
+    {{1024, 512}, {4096, 2048}, false}, {{1024, 512}, {4096, 2048}, true},
 };
 
 void resizeByPeer(cv::Mat const& source, cv::Mat kept, Resizing how, bool filter)

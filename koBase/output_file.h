@@ -21,11 +21,13 @@ namespace koOS {
 ///     if (koUtil::Error error = file.commit())
 ///         return error;
 ///
-///   name      of a regular file, or of none yet. A symbolic link stays, the file that it leads to is
-///   replaced mode      of the file that was there, else what the umask leaves of 0666. The owner is the
-///   program's disk      bytes and name are synced before commit returns failure   the first one is kept:
-///   writing goes on without effect, commit reports it, with the file's name
-///             and the system's reason. A folder that cannot be synced is reported although the file is there
+///   name      of a regular file, or of none yet. Of a symbolic link the target is replaced, the link stays
+///   mode      that of the file that was there, else what the umask leaves of 0666
+///   owner     the program's
+///   disk      bytes and name are synced before commit returns
+///   failure   the first one is kept: writing goes on without effect, and commit reports it, with the name of
+///             the file and the reason of the system. A folder that cannot be synced is reported although
+///             the file is there
 ///   limits    where the file system knows no files without names (or /proc is missing), a killed program
 ///             leaves a file `.ko-<number>.tmp`; elsewhere it does if killed in the instant in which an older
 ///             file is replaced
