@@ -14,6 +14,7 @@
 #include "tool/lobe.h"
 #include "tool/rotation_cache.h"
 #include "tool/shapes.h"
+#include "tool/sheet.h"
 #include "tool/stopwatch.h"
 
 #include "koBase/output_file.h"
@@ -154,11 +155,15 @@ std::vector<LitLobe> lightLobes(Light& light, ImageBasedLighting& lighting)
         }
         if (!result.map)
             throw Failure(light.probe + ": no specular map of " + lobe.name);
+        if (!result.analysis.lightOrder)
+            light.files.remark(lobe.name +
+                               ": too narrow for 20 degrees of light: rings show around what is bright");
         auto const& stages = light.watch.stages();
         for (std::size_t i = first; i < stages.size(); ++i)
             result.milliseconds += stages[i].milliseconds;
         lit.push_back(std::move(result));
     }
+    light.watch.nameWork("");
     // Mirror-like first: narrow lobes have much energy.
     std::stable_sort(lit.begin(), lit.end(), [](LitLobe const& a, LitLobe const& b) {
         return a.analysis.energy > b.analysis.energy;
@@ -226,6 +231,50 @@ Json describe(Stopwatch const& watch)
     return list;
 }
 
+std::string inMilliseconds(double time)
+{
+    return std::to_string(std::lround(time)) + " ms";
+}
+
+/// What stands beside the panorama: the probe, and the stages before the lobes, which are long ones.
+std::vector<std::string> notesOf(Light const& light, Colours const& probe, Display const& display)
+{
+    char exposure[32];
+    std::snprintf(exposure, sizeof exposure, "exposure %+.1f stops", double{display.exposure()});
+    std::vector<std::string> notes = {
+        light.probe == "-" ? "standard input" : std::filesystem::path(light.probe).filename().string(),
+        std::to_string(probe.width()) + " x " + std::to_string(probe.height()) + " pixels",
+        exposure,
+        "",
+        "seen with the light over",
+        "the right shoulder",
+        ""};
+    for (auto const& stage : light.watch.stages())
+        if (stage.name.find(':') == std::string::npos)
+            notes.push_back(stage.name + " " + inMilliseconds(stage.milliseconds));
+    return notes;
+}
+
+std::vector<std::string> labelOf(LitLobe const& lobe)
+{
+    char captured[32];
+    std::snprintf(captured, sizeof captured, "energy held %.1f %%", 100 * lobe.analysis.captured);
+    return {lobe.name, captured,
+            lobe.analysis.lightOrder ? "light order " + std::to_string(*lobe.analysis.lightOrder)
+                                     : "light order beyond 20",
+            inMilliseconds(lobe.milliseconds)};
+}
+
+void saveSheet(Light& light, EnvironmentMap const& probe, IrradianceAlg const& sums,
+               EnvironmentMap const& diffuse, std::vector<LitLobe> const& lit, Display const& display)
+{
+    std::vector<Ball> balls = {{&diffuse, {"diffuse", "nine coefficients", "light order 2"}}};
+    for (LitLobe const& lobe : lit)
+        balls.push_back({lobe.map.get(), labelOf(lobe)});
+    auto const notes = notesOf(light, static_cast<Colours const&>(*probe.image()), display);
+    savePng(light, "sheet.png", *drawSheet(probe, viewLongitude(sums), balls, notes, display));
+}
+
 void run(Light& light)
 {
     auto const picture = light.files.readAs(light.probe, PixelTypeId::Float3);
@@ -280,6 +329,9 @@ void run(Light& light)
     for (LitLobe const& lobe : lit)
         saveMap(light, lobe.fileName, *lobe.map, display);
 
+    light.files.work("drawing the sheet");
+    saveSheet(light, *lighting.getReflectionMap(), sums, *diffuse, lit, display);
+
     Json lobes = Json::array();
     for (LitLobe const& lobe : lit)
         lobes.push_back(describe(lobe));
@@ -289,6 +341,7 @@ void run(Light& light)
                           {"width", image->width()},
                           {"height", image->height()}}},
                         {"exposure", display.exposure()},
+                        {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
     saveText(light, "lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
@@ -309,7 +362,7 @@ void run(Light& light)
 void checkLobes(Light& light)
 {
     if (light.lobeNames.empty())
-        light.lobeNames = {"phong:200", "phong:20", "ggx:0.6"};
+        light.lobeNames = {"phong:50", "phong:15", "ggx:0.7"};
     std::set<std::string> names;
     for (std::string const& name : light.lobeNames) {
         if (!names.insert(name).second)
@@ -331,7 +384,7 @@ void add(CLI::App& command)
     command
         .add_option("--lobe", light->lobeNames,
                     "A surface to light: phong:EXPONENT (0 to 200), ggx:ROUGHNESS (0.2 to 1) or lambert; as "
-                    "often as you like. Without it phong:200, phong:20 and ggx:0.6")
+                    "often as you like. Without it phong:50, phong:15 and ggx:0.7")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     command.add_option("--rotations", light->rotations,

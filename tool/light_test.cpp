@@ -147,11 +147,13 @@ TEST_F(Light, OfConstantRadianceIsThatRadiance)
 {
     writeFile(folder / "p.pfm", constantProbe(3.0f));
     light(folder / "p.pfm", {"--lobe", "phong:5", "--lobe", "lambert"});
-    for (std::string const name : {"diffuse.exr", "phong-5.exr", "lambert.exr"})
-        for (auto const& pixel : koImage::pixelsOf<Float3>(*colours(folder / ("out/" + name)))) {
+    for (std::string const name : {"diffuse.exr", "phong-5.exr", "lambert.exr"}) {
+        auto const map = colours(folder / ("out/" + name));
+        for (Float3 const& pixel : koImage::pixelsOf<Float3>(*map)) {
             ASSERT_NEAR(3.0, pixel.r, 0.03) << name;
             ASSERT_NEAR(3.0, pixel.b, 0.03) << name;
         }
+    }
 }
 
 TEST_F(Light, KeepsWhatTheLibraryPrintsOutOfItsOutput)
@@ -266,6 +268,48 @@ TEST_F(Light, RefusesAMissingOrDamagedFileOfMatricesThatWasNamed)
     auto const outcome = shell("unset XDG_CACHE_HOME HOME; koimage light '" + probe + "' -o out");
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_THAT(outcome.err, HasSubstr("--rotations"));
+}
+
+TEST_F(Light, WarnsOfLobesThatAreTooNarrow)
+{
+    std::string const probe = labelledProbe();
+    auto const narrow = koimage({"light", probe, "-o", folder / "out", "--lobe", "phong:200"});
+    EXPECT_THAT(narrow.err, HasSubstr("phong:200: too narrow"));
+    EXPECT_TRUE(light(probe, {"--lobe", "phong:200"})["lobes"][0]["lightOrder"].is_null());
+    auto const wide = koimage({"light", probe, "-o", folder / "out", "--lobe", "phong:50"});
+    EXPECT_THAT(wide.err, IsEmpty());
+}
+
+/// A pixel of a picture, counted from its upper left corner.
+Float3 pixelOf(koImage::TypedImage<Float3> const& picture, int x, int y)
+{
+    return picture.pixels()[koImage::pixelOffset(x, picture.height() - 1 - y, picture.width())];
+}
+
+// The sun of the labelled probe is turned to 130 degrees right of the panorama's middle, which is 752 pixels
+// wide from column 24 on; it is 32 degrees high. The second ball, below, is centred at (450, 548) and 122
+// pixels large. Left of the sun by 90 degrees, so left behind the viewer, is the green face +y; the blue face
+// +z is above and the yellow -z below.
+TEST_F(Light, DrawsItsSheetUprightAndNotMirrored)
+{
+    json const report = light(labelledProbe({"latlong", "--size", "512"}), {"--lobe", "phong:20"});
+    EXPECT_NEAR(33.7 - 130.0, report["sheetLongitude"].get<double>() * 180 / 3.14159265, 4.0);
+    auto const sheet = colours(folder / "out/sheet.png");
+    ASSERT_EQ(1184, sheet->width());
+
+    auto const [sunX, sunY] = std::array{24 + 752 * 310 / 360, 24 + 376 * 58 / 180};
+    EXPECT_GT(pixelOf(*sheet, sunX, sunY).r, 0.9f);
+    EXPECT_LT(pixelOf(*sheet, 800 - sunX, sunY).r, 0.9f);
+
+    auto const ball = [&](double right, double up) {
+        return pixelOf(*sheet, static_cast<int>(450 + 122 * right), static_cast<int>(548 - 122 * up));
+    };
+    EXPECT_GT(ball(0.65, 0.55).r, 0.9f) << "the sun is on the right, above";
+    for (auto const& [right, up] : {std::array{-0.65, 0.55}, {0.65, -0.55}, {-0.65, -0.55}})
+        EXPECT_LT(ball(right, up).r, 0.8f) << right << " " << up;
+    EXPECT_GT(ball(-0.97, 0.0).g, 1.2f * ball(-0.97, 0.0).b) << "+y is on the left";
+    EXPECT_GT(ball(-0.3, 0.93).b, ball(-0.3, 0.93).g) << "+z is above";
+    EXPECT_GT(ball(-0.1, -0.95).r, 1.2f * ball(-0.1, -0.95).b) << "-z is below";
 }
 
 TEST_F(Light, RefusesLobesThatMakeNoSense)

@@ -15,8 +15,8 @@ public:
         double milliseconds;
     };
 
-    /// Later stages bear this before their names.
-    void nameWork(std::string work) { work_ = std::move(work) + ": "; }
+    /// Later stages bear this before their names; "" is nothing.
+    void nameWork(std::string const& work) { work_ = work.empty() ? "" : work + ": "; }
 
     /// A stage ends: what has passed since the one before, or since the start.
     void lap(std::string const& stage)
