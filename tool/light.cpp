@@ -265,14 +265,15 @@ std::vector<std::string> labelOf(LitLobe const& lobe)
             inMilliseconds(lobe.milliseconds)};
 }
 
-void saveSheet(Light& light, EnvironmentMap const& probe, IrradianceAlg const& sums,
-               EnvironmentMap const& diffuse, std::vector<LitLobe> const& lit, Display const& display)
+ColoursReference makeSheet(Light const& light, EnvironmentMap const& probe, IrradianceAlg const& sums,
+                           EnvironmentMap const& diffuse, std::vector<LitLobe> const& lit,
+                           Display const& display)
 {
     std::vector<Ball> balls = {{&diffuse, {"diffuse", "nine coefficients", "light order 2"}}};
     for (LitLobe const& lobe : lit)
         balls.push_back({lobe.map.get(), labelOf(lobe)});
     auto const notes = notesOf(light, static_cast<Colours const&>(*probe.image()), display);
-    savePng(light, "sheet.png", *drawSheet(probe, viewLongitude(sums), balls, notes, display));
+    return drawSheet(probe, viewLongitude(sums), balls, notes, display);
 }
 
 void run(Light& light)
@@ -291,6 +292,12 @@ void run(Light& light)
     if (!initializeReflectance(rotations.c_str(), light.files.work("reading rotation matrices")))
         throw Failure(rotations + ": cannot be read");
     light.watch.lap("rotation matrices");
+
+    // Before the work as well, but after all that is to be refused.
+    std::error_code problem;
+    std::filesystem::create_directories(light.folder, problem);
+    if (problem)
+        throw Failure(light.folder + ": " + problem.message());
 
     light.files.work("lighting");
     ImageBasedLighting lighting;
@@ -316,21 +323,18 @@ void run(Light& light)
         lit = lightLobes(light, lighting);
     }
 
-    std::error_code problem;
-    std::filesystem::create_directories(light.folder, problem);
-    if (problem)
-        throw Failure(light.folder + ": " + problem.message());
-
     // A white surface in the brightest light is nearly white: as a photographer would expose it.
     float const most = brightest(static_cast<Colours const&>(*diffuse->image()));
     Display const display(most > 0.0f ? 1.25f * most : 1.0f);
+    light.files.work("drawing the sheet");
+    auto const sheet = makeSheet(light, *lighting.getReflectionMap(), sums, *diffuse, lit, display);
+    light.watch.lap("sheet");
+
+    savePng(light, "sheet.png", *sheet);
     saveMap(light, "probe", *probeMap, display);
     saveMap(light, "diffuse", *diffuse, display);
     for (LitLobe const& lobe : lit)
         saveMap(light, lobe.fileName, *lobe.map, display);
-
-    light.files.work("drawing the sheet");
-    saveSheet(light, *lighting.getReflectionMap(), sums, *diffuse, lit, display);
 
     Json lobes = Json::array();
     for (LitLobe const& lobe : lit)

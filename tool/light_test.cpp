@@ -178,8 +178,9 @@ TEST_F(Light, TimesEveryStageOfEveryLobe)
         stages.push_back(stage["stage"]);
         EXPECT_GE(stage["milliseconds"], 0.0);
     }
-    for (char const* const stage : {"reading", "rotation matrices", "probe map", "diffuse map", "writing",
-                                    "phong:5: brdf coeffs", "ggx:1: brdf sampling", "ggx:1: create shrm"})
+    for (char const* const stage :
+         {"reading", "rotation matrices", "probe map", "diffuse map", "sheet", "writing",
+          "phong:5: brdf coeffs", "ggx:1: brdf sampling", "ggx:1: create shrm"})
         EXPECT_THAT(stages, Contains(stage));
 }
 
@@ -222,6 +223,25 @@ TEST_F(Light, TellsOfNegativeValuesAndTakesThemForZeroIfAsked)
     light(folder / "p.pfm", {"--lobe", "phong:5", "--clamp-negative"});
     EXPECT_LT(below, -0.5);
     EXPECT_NEAR(0.0, colours(folder / "out/diffuse.exr")->pixels()[width / 2].r, 0.05);
+}
+
+TEST_F(Light, ReadsItsProbeFromStandardInput)
+{
+    std::string const probe = labelledProbe();
+    auto const outcome = koimage({"light", "-", "-o", folder / "out", "--lobe", "phong:5"}, readFile(probe));
+    EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+    std::string const map = readFile(folder / "out/phong-5.exr");
+    light(probe, {"--lobe", "phong:5"});
+    EXPECT_TRUE(map == readFile(folder / "out/phong-5.exr"));
+}
+
+TEST_F(Light, FailsWhereItsFolderCannotBe)
+{
+    writeFile(folder / "file", "");
+    auto const outcome = koimage({"light", labelledProbe(), "-o", folder / "file"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr(folder / "file"));
+    EXPECT_EQ("", readFile(folder / "file"));
 }
 
 TEST_F(Light, SurvivesADarkProbe)

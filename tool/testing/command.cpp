@@ -1,6 +1,5 @@
 #include "tool/testing/command.h"
 
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
