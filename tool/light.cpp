@@ -1,6 +1,7 @@
 // koimage light: the whole way from a light probe to its diffuse light and specular maps, and one sheet with
 // pictures of them.
 
+#include "koBase/output_file.h"
 #include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/image/fill.h"
@@ -17,12 +18,13 @@
 #include "tool/sheet.h"
 #include "tool/stopwatch.h"
 
-#include "koBase/output_file.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -64,6 +66,9 @@ struct Light {
 
     Stopwatch watch;
     std::vector<std::string> written;
+
+    /// What messages call the probe.
+    std::string probeName() const { return probe == "-" ? "standard input" : probe; }
 };
 
 /// Gives the name of each stage that the library finishes to a stopwatch, while it lives.
@@ -116,7 +121,7 @@ void treatNegatives(Light& light, Colours& image)
                     *channel = 0.0f;
             }
     if (count > 0 && !light.clampNegative)
-        light.files.remark(light.probe + ": " + std::to_string(count) +
+        light.files.remark(light.probeName() + ": " + std::to_string(count) +
                            " values below 0; --clamp-negative takes them for 0");
 }
 
@@ -154,7 +159,7 @@ std::vector<LitLobe> lightLobes(Light& light, ImageBasedLighting& lighting)
             result.analysis = analysisIn(output.text());
         }
         if (!result.map)
-            throw Failure(light.probe + ": no specular map of " + lobe.name);
+            throw Failure(light.probeName() + ": no specular map of " + lobe.name);
         if (!result.analysis.lightOrder)
             light.files.remark(lobe.name +
                                ": too narrow for 20 degrees of light: rings show around what is bright");
@@ -241,14 +246,14 @@ std::vector<std::string> notesOf(Light const& light, Colours const& probe, Displ
 {
     char exposure[32];
     std::snprintf(exposure, sizeof exposure, "exposure %+.1f stops", double{display.exposure()});
-    std::vector<std::string> notes = {
-        light.probe == "-" ? "standard input" : std::filesystem::path(light.probe).filename().string(),
-        std::to_string(probe.width()) + " x " + std::to_string(probe.height()) + " pixels",
-        exposure,
-        "",
-        "seen with the light over",
-        "the right shoulder",
-        ""};
+    std::vector<std::string> notes = {std::filesystem::path(light.probeName()).filename().string(),
+                                      std::to_string(probe.width()) + " x " + std::to_string(probe.height()) +
+                                          " pixels",
+                                      exposure,
+                                      "",
+                                      "seen with the light over",
+                                      "the right shoulder",
+                                      ""};
     for (auto const& stage : light.watch.stages())
         if (stage.name.find(':') == std::string::npos)
             notes.push_back(stage.name + " " + inMilliseconds(stage.milliseconds));
@@ -282,7 +287,7 @@ void run(Light& light)
     ColoursReference const image = asProbe(*picture.image);
     treatNegatives(light, *image);
     if (koUtil::Error const error = verifyLightProbe(*image))
-        throw Failure(light.probe + ": " + error.message());
+        throw Failure(light.probeName() + ": " + error.message());
     light.watch.lap("reading");
 
     // Before any work: without matrices there is no light.
@@ -304,7 +309,7 @@ void run(Light& light)
     koUtil::Error error;
     lighting.setLightProbe(image.get(), error);
     if (error)
-        throw Failure(light.probe + ": " + error.message());
+        throw Failure(light.probeName() + ": " + error.message());
     auto const probeMap = reducedProbe(*lighting.getReflectionMap());
     light.watch.lap("probe map");
 
