@@ -92,6 +92,11 @@ void Files::addInput(CLI::App& command)
     addChoice(
         command, "--type", types, [this](PixelTypeId type) { type_ = type; },
         "Pixels to read the picture as; without it, what the file holds");
+    addSource(command);
+}
+
+void Files::addSource(CLI::App& command)
+{
     command.add_option("--layer", layer_, "Layer of an EXR file to read");
     addRaw(command);
 }
@@ -123,7 +128,7 @@ void Files::addOutput(CLI::App& command)
 
 Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
 {
-    koUtil::Progress* const progress = begin("reading " + shown(file, "standard input"));
+    koUtil::Progress* const progress = work("reading " + shown(file, "standard input"));
     koImageIO::ReadOptions options;
     options.pixelType = type_;
     options.layer = layer_;
@@ -162,23 +167,13 @@ Picture Files::readAs(std::string const& file, PixelTypeId type)
 
 void Files::write(koImage::Image const& image, koImageIO::Metadata const& metadata)
 {
-    koUtil::Progress* const progress = begin("writing " + shown(output_, "standard output"));
     koImageIO::WriteOptions options;
     options.format = format_;
     options.bits = bits_;
     options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
     options.compression = compression_;
-    // What speaks of the file that was read is not true of the one that is written.
     options.metadata = metadata;
-    for (char const* const name : {"software", "exposure", "colorcorr", "scale"})
-        options.metadata = without(std::move(options.metadata), name);
-
-    Misfits misfits;
-    koUtil::Error const error = koImageIO::writePicture(output_, image, misfits, options, progress);
-    endLine();
-    if (error)
-        throw Failure(error.message());
-    tellMisfits(shown(output_, "standard output"), misfits);
+    Misfits const misfits = writePicture(output_, image, std::move(options));
 
     if (json_) {
         nlohmann::ordered_json const report = {
@@ -192,9 +187,36 @@ void Files::write(koImage::Image const& image, koImageIO::Metadata const& metada
     }
 }
 
-void Files::work(std::string step)
+void Files::save(std::string const& file, koImage::Image const& image, koImageIO::WriteOptions options)
 {
-    begin(std::move(step));
+    writePicture(file, image, std::move(options));
+}
+
+Misfits Files::writePicture(std::string const& file, koImage::Image const& image,
+                            koImageIO::WriteOptions options)
+{
+    koUtil::Progress* const progress = work("writing " + shown(file, "standard output"));
+    // What speaks of the file that was read is not true of the one that is written.
+    for (char const* const name : {"software", "exposure", "colorcorr", "scale"})
+        options.metadata = without(std::move(options.metadata), name);
+
+    Misfits misfits;
+    koUtil::Error const error = koImageIO::writePicture(file, image, misfits, options, progress);
+    endLine();
+    if (error)
+        throw Failure(error.message());
+    tellMisfits(shown(file, "standard output"), misfits);
+    return misfits;
+}
+
+koUtil::Progress* Files::work(std::string step)
+{
+    if (quiet_)
+        return nullptr;
+    if (!line_)
+        line_ = std::make_unique<ProgressLine>();
+    line_->begin(printable(std::move(step)));
+    return line_.get();
 }
 
 void Files::remark(std::string const& text)
@@ -209,16 +231,6 @@ void Files::endLine()
 {
     if (line_)
         line_->hide();
-}
-
-koUtil::Progress* Files::begin(std::string step)
-{
-    if (quiet_)
-        return nullptr;
-    if (!line_)
-        line_ = std::make_unique<ProgressLine>();
-    line_->begin(printable(std::move(step)));
-    return line_.get();
 }
 
 void Files::tellMisfits(std::string const& file, Misfits const& misfits)

@@ -28,6 +28,9 @@ public:
     /// --type, --layer, --raw
     void addInput(CLI::App& command);
 
+    /// The same without --type: for verbs that choose the pixels themselves
+    void addSource(CLI::App& command);
+
     /// OUT; --format, --bits, --compression, --raw, --quiet, --json
     void addOutput(CLI::App& command);
 
@@ -45,8 +48,12 @@ public:
     /// Writes the picture that the verb makes: its one output.
     void write(koImage::Image const& image, koImageIO::Metadata const& metadata);
 
-    /// Names the work between reading and writing, for the progress line.
-    void work(std::string step);
+    /// Writes one of several pictures, in the format and bits that the options name.
+    void save(std::string const& file, koImage::Image const& image, koImageIO::WriteOptions options);
+
+    /// Names the work between reading and writing, for the progress line, which is told how far it is; null
+    /// where nothing is shown.
+    koUtil::Progress* work(std::string step);
 
     /// A remark on standard error, unless --quiet.
     void remark(std::string const& text);
@@ -58,7 +65,8 @@ private:
     static bool anyType(koImage::PixelTypeId) { return true; }
 
     void addRaw(CLI::App& command);
-    koUtil::Progress* begin(std::string step);
+    koImageIO::Misfits writePicture(std::string const& file, koImage::Image const& image,
+                                    koImageIO::WriteOptions options);
     void tellMisfits(std::string const& file, koImageIO::Misfits const& misfits);
     std::vector<std::byte> const& standardInput();
 

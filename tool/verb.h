@@ -34,5 +34,8 @@ extern Verb const subVerb;
 extern Verb const multVerb;
 extern Verb const divVerb;
 extern Verb const probeVerb;
+extern Verb const rotationsVerb;
+extern Verb const irradianceVerb;
+extern Verb const lightVerb;
 
 }  // namespace koTool
