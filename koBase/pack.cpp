@@ -317,7 +317,10 @@ struct Cost {
     std::int64_t area = endless;
     std::int64_t longerSide = endless;
 
-    friend auto operator<=>(Cost const&, Cost const&) = default;
+    friend bool operator<(Cost const& a, Cost const& b)
+    {
+        return std::tie(a.area, a.longerSide) < std::tie(b.area, b.longerSide);
+    }
 };
 
 std::int64_t powerOfTwoFrom(std::int64_t size)
@@ -405,7 +408,7 @@ private:
         if (!strip_.fill(stock, width, std::min(highest, cost_.area / width)))
             return;
         Cost const cost = costOf(strip_.extent());
-        if (cost >= cost_)
+        if (!(cost < cost_))
             return;
         cost_ = cost;
         extent_ = strip_.extent();

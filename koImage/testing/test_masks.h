@@ -26,7 +26,7 @@ inline constexpr std::array<MaskKind, 3> maskKinds = {{
 
 inline ImageRef<unsigned char> maskOfKind(MaskKind const& kind, Size size)
 {
-    auto const mask = imageOf<unsigned char>(size);
+    auto mask = imageOf<unsigned char>(size);
     Random random(1);
     unsigned char* pixel = mask->pixels();
     for (int y = 0; y < size.height; ++y)
