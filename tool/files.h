@@ -94,6 +94,7 @@ CLI::Option* addChoice(CLI::App& command, std::string const& option,
                        std::string const& help)
 {
     std::vector<std::string> names;
+    names.reserve(choices.size());
     for (auto const& choice : choices)
         names.push_back(choice.first);
     auto const take = [choices, set](std::string const& name) {

@@ -57,7 +57,7 @@ bool blurTakes(PixelTypeId type)
 
 ko::Reference<Image> blurred(Image const& image, int diameter, Wrap wrap)
 {
-    ko::Reference<Image> const result(image.createEmpty());
+    ko::Reference<Image> result(image.createEmpty());
     if (image.pixelType() == PixelTypeId::Float4)
         blurColourAndAlpha(static_cast<TypedImage<Float4> const&>(image),
                            static_cast<TypedImage<Float4>&>(*result), diameter, wrap);

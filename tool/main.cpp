@@ -125,7 +125,8 @@ Ending run(int argc, char** argv)
 
 }  // namespace koTool
 
-int main(int argc, char** argv)
+// What run() throws beyond its own failures is a fault of this program, and ends it as one.
+int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
 {
     auto const ending = koTool::run(argc, argv);
     if (!ending.message.empty())

@@ -21,7 +21,7 @@ fs::path folderOf(char const* variable)
 
 fs::path cacheFolder()
 {
-    if (fs::path const cache = folderOf("XDG_CACHE_HOME"); !cache.empty())
+    if (fs::path cache = folderOf("XDG_CACHE_HOME"); !cache.empty())
         return cache;
     if (fs::path const home = folderOf("HOME"); !home.empty())
         return home / ".cache";
@@ -34,7 +34,7 @@ fs::path cacheFolder()
 std::string cachedRotationFile(Files& files)
 {
     fs::path const folder = cacheFolder() / "koimage";
-    std::string const file = folder / "rotations.txt";
+    std::string file = folder / "rotations.txt";
     if (fs::exists(fs::status(file))) {
         files.work("checking " + file);
         koUtil::Error const error = koImage::verifyRotationMatrixFile(file.c_str());

@@ -260,15 +260,13 @@ private:
     // The character that does not belong to the word is taken, too.
     bool takeWord(std::string_view word)
     {
-        for (char const expected : word) {
+        return std::all_of(word.begin(), word.end(), [this](char expected) {
             if (atEnd())
                 return false;
             char const c = take();
             text_ += c;
-            if (lower(c) != expected)
-                return false;
-        }
-        return true;
+            return lower(c) == expected;
+        });
     }
 
     bool takeInfinity() { return takeWord("inf") && (lower(peek()) != 'i' || takeWord("inity")); }

@@ -354,7 +354,8 @@ int compare(std::string const& text, char const* path)
 
 }  // namespace
 
-int main(int argc, char** argv)
+// An exception ends the program, which is a failure that nobody overlooks.
+int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
 {
     Report report;
     reportEdits(report);

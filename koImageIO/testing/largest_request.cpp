@@ -55,6 +55,7 @@ namespace {
 #else
 
 // The program's functions stand before those of the C library, which does the work. free() is its own.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the names of the system are reserved ones
 extern "C" {
 
 void* __libc_malloc(std::size_t bytes);
@@ -94,5 +95,6 @@ void* aligned_alloc(std::size_t alignment, std::size_t bytes)
 }
 
 }  // extern "C"
+   // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 #endif
