@@ -453,7 +453,7 @@ TEST(NumberScanner, DoesNotKnowTheLocale)
     setenv("LOCPATH", folder.path().c_str(), 1);
     bool const isSet = std::setlocale(LC_NUMERIC, "comma") != nullptr;
     unsetenv("LOCPATH");
-    ASSERT_TRUE(isSet) << "localedef, which comes with the C library, made no locale with a decimal comma";
+    ASSERT_TRUE(isSet) << "localedef made no locale with a decimal comma: it wants the package locales";
 
     double theirs = 0;
     EXPECT_EQ(std::sscanf("0,25", "%lf", &theirs), 1);
