@@ -11,13 +11,6 @@ namespace koImage {
 
 namespace {
 
-/// Whether the sizes describe the pixel array: positive, their product within 32 bits.
-bool isRegular(Image const& image)
-{
-    return image.width() > 0 && image.height() > 0 &&
-           std::int64_t{image.width()} * image.height() == image.pixelCount();
-}
-
 // --- Blocks of the result, from a source whose sizes describe its pixels ---
 //
 // All positions then lie inside the source: insideScale takes more from a coordinate than its roundings add.
@@ -188,7 +181,7 @@ void blendPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
 template <class Pixel>
 void resample(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, bool filter)
 {
-    if (!isRegular(source))
+    if (!source.holdsItsRows())
         filter ? blendPixels(source, result) : copyPixels(source, result);
     else if (filter)
         forEachBlock(result, tileWidth, [&](Block block) { blendBlock(source, result, block); });
@@ -205,7 +198,7 @@ Image* resize(Image const& source, int width, int height, bool filter)
         using Pixel = typename decltype(tag)::type;
         auto image = std::make_unique<TypedImage<Pixel>>();
         image->resize(width, height);
-        if (isRegular(*image) && !pixelsOf<Pixel>(source).empty())
+        if (image->holdsItsRows() && !pixelsOf<Pixel>(source).empty())
             resample(static_cast<TypedImage<Pixel> const&>(source), *image, filter);
         result = image.release();
     });

@@ -220,9 +220,7 @@ void computeMaskBoundaries(TypedImage<unsigned char> const& mask, ko::list<Bound
     ko::list<Boundary3d> spare;
     spare.swap(boundaries);
 
-    bool const rowsFit = mask.width() > 0 && mask.height() > 0 &&
-                         std::int64_t{mask.width()} * mask.height() == mask.pixelCount();
-    if (!rowsFit || mask.pixels() == nullptr)
+    if (!mask.holdsItsRows())
         return;
 
     Corners corners(mask);

@@ -385,8 +385,7 @@ void imageBlur(Image const& source, Image& result, int diameter, bool wrapX, boo
     dispatchPixel(source.pixelType(), BlurPixels{}, [&](auto tag) {
         using Pixel = typename decltype(tag)::type;
         using Channel = ChannelOf<Pixel>;
-        bool const rowsFit = width > 0 && height > 0 && std::int64_t{width} * height == result.pixelCount();
-        if (pixels == nullptr || result.data() == nullptr || !rowsFit)
+        if (pixels == nullptr || !result.holdsItsRows())
             return;
 
         TypedImage<Pixel> temporary;
