@@ -14,8 +14,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace koTool::testing {
 
 namespace {
@@ -28,6 +26,7 @@ Outcome runProgram(std::string const& program, std::vector<std::string> argument
 
     arguments.insert(arguments.begin(), program);
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
@@ -136,9 +135,8 @@ std::vector<int> ppmChannels(std::string const& file)
     EXPECT_EQ(255, headerNumber(stream));
     stream.get();
 
-    std::vector<int> channels;
-    for (int i = 0; i < 3 * width * height; ++i)
-        channels.push_back(stream.get());
+    std::vector<int> channels(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    std::generate(channels.begin(), channels.end(), [&stream] { return stream.get(); });
     EXPECT_TRUE(stream.good()) << "the file is shorter than its header says";
     return channels;
 }
