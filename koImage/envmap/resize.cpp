@@ -64,8 +64,7 @@ void copyBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block
             std::copy_n(out - result.width(), count, out);
         } else {
             Pixel const* const pixels = source.pixels() + pixelOffset(0, row, source.width());
-            for (std::size_t i = 0; i < count; ++i)
-                out[i] = pixels[columns[i]];
+            copyColumns(pixels, columns.data(), count, out);
             copied = row;
         }
     }
