@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <mutex>
 
 #ifdef __linux__
 #include <sys/mman.h>
+#include <unistd.h>
 #endif
 
 #if __has_include(<sanitizer/asan_interface.h>)
@@ -145,6 +147,20 @@ void releasePixelMemory(void* memory, std::size_t bytes)
         ::operator delete (memory, std::align_val_t{cacheLine});
     else if (!keptArrays.keep(memory, bytes))
         ::operator delete (memory, std::align_val_t{hugePage});
+}
+
+bool hasPages([[maybe_unused]] void const* memory, [[maybe_unused]] std::size_t bytes)
+{
+#ifdef __linux__
+    auto const page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    auto const middle = reinterpret_cast<std::uintptr_t>(memory) + bytes / 2;
+    unsigned char resident = 1;
+    static_cast<void>(mincore(reinterpret_cast<void*>(middle - middle % page), 1,
+                              &resident));  // NOLINT(performance-no-int-to-ptr)
+    return (resident & 1) != 0;
+#else
+    return true;
+#endif
 }
 
 void releaseKeptPixelMemory()

@@ -24,6 +24,10 @@ KOIMAGE_EXPORT void* allocatePixelMemory(std::size_t bytes);
 /// Takes memory of allocatePixelMemory with its size; null is fine.
 KOIMAGE_EXPORT void releasePixelMemory(void* memory, std::size_t bytes);
 
+/// Whether a large array has pages by now, judged by the one in its middle: a new array gets each when it is
+/// first written. True where the system does not tell.
+KOIMAGE_EXPORT bool hasPages(void const* memory, std::size_t bytes);
+
 /// Gives what is kept back to the system: for a program that is done with large images, or measures memory.
 KOIMAGE_EXPORT void releaseKeptPixelMemory();
 

@@ -98,6 +98,20 @@ TEST(ReleasePixelMemory, TakesNull)
 // Arrays are kept where the system may take their pages.
 #ifdef MADV_FREE
 
+TEST(HasPages, TellsAnArrayThatWasWrittenFromANewOne)
+{
+    constexpr std::size_t bytes = 50 * hugePage + 1;
+    releaseKeptPixelMemory();
+    {
+        PixelMemory const memory(bytes);
+        EXPECT_FALSE(hasPages(memory.data, bytes));
+        std::memset(memory.data, 1, bytes);
+        EXPECT_TRUE(hasPages(memory.data, bytes));
+    }
+    PixelMemory const kept(bytes);
+    EXPECT_TRUE(hasPages(kept.data, bytes));
+}
+
 // How many of some arrays are kept when all of them have been released.
 std::size_t keptOf(std::size_t count, std::size_t bytes)
 {
