@@ -152,11 +152,10 @@ void releasePixelMemory(void* memory, std::size_t bytes)
 bool hasPages([[maybe_unused]] void const* memory, [[maybe_unused]] std::size_t bytes)
 {
 #ifdef __linux__
-    auto const page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    auto const middle = reinterpret_cast<std::uintptr_t>(memory) + bytes / 2;
+    auto* middle = static_cast<char*>(const_cast<void*>(memory)) + bytes / 2;
+    middle -= reinterpret_cast<std::uintptr_t>(middle) % static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     unsigned char resident = 1;
-    static_cast<void>(mincore(reinterpret_cast<void*>(middle - middle % page), 1,
-                              &resident));  // NOLINT(performance-no-int-to-ptr)
+    static_cast<void>(mincore(middle, 1, &resident));
     return (resident & 1) != 0;
 #else
     return true;
