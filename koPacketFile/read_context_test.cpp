@@ -306,6 +306,40 @@ TEST(ReadContext, KeepsObjectsUntilItGoesAndLeavesThoseThatWereTaken)
     EXPECT_EQ(Object::alive, 0);
 }
 
+TEST(ReadContext, TellsWhatBecameOfAPacketByItsNumber)
+{
+    int tags[2] = {};
+    Bytes const file = fileOf([&](ioWriteContext& out) {
+        packet(out, "object", &tags[0], [] {});
+        packet(out, "nothing", &tags[1], [] {});
+        for (int const start : {0, 70, 60})
+            packet(out, "part", nullptr, [&] {
+                out.writeReference(&tags[0]);
+                out.writeInt(start);
+            });
+    });
+    MemorySource source(file);
+    ioReadContext in(source);
+    ioPacketRegistry registry;
+    addTypes(registry, {{"object",
+                         [](ioReadContext& context) {
+                             EXPECT_TRUE(context.expectElements(100, 1));
+                             context.setObject(new Object);
+                         }},
+                        {"nothing", [](ioReadContext&) {}},
+                        {"part", [](ioReadContext& context) {
+                             context.readOwner<Object>();
+                             context.elementsArrived(static_cast<std::uint64_t>(context.readInt()), 20);
+                         }}});
+    EXPECT_EQ(in.readAll(registry), ReadResult::Damaged);
+    FoundObject const found = in.objectOf(1);
+    EXPECT_EQ(found.object, in.objects().front());
+    EXPECT_EQ(found.elements, 100u);
+    EXPECT_EQ(found.missing, 50u) << "70 to 80 came twice";
+    for (std::uint64_t const id : {0u, 2u, 3u})
+        EXPECT_EQ(in.objectOf(id).object, nullptr) << id;
+}
+
 TEST(ReadContext, TellsOnceOfEveryObjectThatNothingAskedFor)
 {
     int tags[4] = {};
