@@ -156,12 +156,21 @@ std::uint64_t ioReadContext::Entry::missing() const
     return count;
 }
 
-std::vector<ko::ReferenceCount*> ioReadContext::objects() const
+std::vector<koPacketFile::FoundObject> ioReadContext::foundObjects() const
 {
-    std::vector<ko::ReferenceCount*> all;
+    std::vector<koPacketFile::FoundObject> all;
+    all.reserve(entries_.size() + untagged_.size());
     for (auto const* const entries : {&entries_, &untagged_})
         for (Entry const& entry : *entries)
-            all.push_back(entry.object.get());
+            all.push_back({entry.object.get(), entry.id, entry.expected, entry.missing()});
+    return all;
+}
+
+std::vector<ko::ReferenceCount*> ioReadContext::objects() const
+{
+    auto const found = foundObjects();
+    std::vector<ko::ReferenceCount*> all(found.size());
+    std::transform(found.begin(), found.end(), all.begin(), [](auto const& f) { return f.object; });
     return all;
 }
 
@@ -190,14 +199,6 @@ ioClientReadContext* ioReadContext::firstClient() const
 std::optional<std::uint64_t> ioReadContext::bytesLeft() const
 {
     return packets_.bytesLeft();
-}
-
-koPacketFile::FoundObject ioReadContext::objectOf(std::uint64_t id)
-{
-    Entry const* const entry = find(id);
-    if (entry == nullptr)
-        return {};
-    return {entry->object.get(), entry->expected, entry->missing()};
 }
 
 // Values

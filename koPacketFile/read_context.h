@@ -51,11 +51,12 @@ struct ReadOptions {
     std::uint64_t mostBytesFromPipe = std::uint64_t{2} << 30;
 };
 
-/// What became of a tagged packet.
+/// An object that a packet has set.
 struct FoundObject {
-    ko::ReferenceCount* object = nullptr;  // null when the packet set none
-    std::uint64_t elements = 0;            // announced
-    std::uint64_t missing = 0;             // of those
+    ko::ReferenceCount* object;
+    std::uint64_t id;        // of its packet; 0 when that is not tagged
+    std::uint64_t elements;  // that it was announced with
+    std::uint64_t missing;   // of those
 };
 
 }  // namespace koPacketFile
@@ -106,8 +107,8 @@ public:
     /// What packets set with setObject and is not null, in the order of the file.
     std::vector<ko::ReferenceCount*> objects() const;
 
-    /// The object of the packet of that number.
-    koPacketFile::FoundObject objectOf(std::uint64_t id);
+    /// The same with what is known of each.
+    std::vector<koPacketFile::FoundObject> foundObjects() const;
 
     // For packet types: the values of the packet being read.
     //

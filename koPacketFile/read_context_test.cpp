@@ -306,12 +306,13 @@ TEST(ReadContext, KeepsObjectsUntilItGoesAndLeavesThoseThatWereTaken)
     EXPECT_EQ(Object::alive, 0);
 }
 
-TEST(ReadContext, TellsWhatBecameOfAPacketByItsNumber)
+TEST(ReadContext, TellsWhatIsMissingOfEveryObject)
 {
     int tags[2] = {};
     Bytes const file = fileOf([&](ioWriteContext& out) {
-        packet(out, "object", &tags[0], [] {});
+        packet(out, "object", nullptr, [] {});
         packet(out, "nothing", &tags[1], [] {});
+        packet(out, "object", &tags[0], [] {});
         for (int const start : {0, 70, 60})
             packet(out, "part", nullptr, [&] {
                 out.writeReference(&tags[0]);
@@ -332,12 +333,16 @@ TEST(ReadContext, TellsWhatBecameOfAPacketByItsNumber)
                              context.elementsArrived(static_cast<std::uint64_t>(context.readInt()), 20);
                          }}});
     EXPECT_EQ(in.readAll(registry), ReadResult::Damaged);
-    FoundObject const found = in.objectOf(1);
-    EXPECT_EQ(found.object, in.objects().front());
-    EXPECT_EQ(found.elements, 100u);
-    EXPECT_EQ(found.missing, 50u) << "70 to 80 came twice";
-    for (std::uint64_t const id : {0u, 2u, 3u})
-        EXPECT_EQ(in.objectOf(id).object, nullptr) << id;
+    ASSERT_EQ(in.foundObjects().size(), 2u);
+    FoundObject const tagged = in.foundObjects()[0];
+    EXPECT_EQ(tagged.object, in.objects()[0]);
+    EXPECT_EQ(tagged.id, 2u);
+    EXPECT_EQ(tagged.elements, 100u);
+    EXPECT_EQ(tagged.missing, 50u) << "70 to 80 came twice";
+    FoundObject const untagged = in.foundObjects()[1];
+    EXPECT_EQ(untagged.object, in.objects()[1]);
+    EXPECT_EQ(untagged.id, 0u);
+    EXPECT_EQ(untagged.missing, 100u);
 }
 
 TEST(ReadContext, TellsOnceOfEveryObjectThatNothingAskedFor)
