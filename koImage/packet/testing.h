@@ -6,6 +6,8 @@
 #include "koImage/packet/irradiance_packet.h"
 #include "koPacketFile/testing.h"
 
+#include <gtest/gtest.h>
+
 #include <span>
 
 namespace koImage::testing {
@@ -61,5 +63,17 @@ inline void makeLighting(ImageBasedLighting& lighting, Irradiance const& irradia
     });
     readLights(file, [&](ioReadContext& in) { lighting.readSubPacket(in); });
 }
+
+/// Asks for the map of a key, which must be there: it is never sampled.
+class MapOf final : public ReflectanceFunction {
+public:
+    explicit MapOf(int key) { setKey(key); }
+
+    Double3 sample(ReflectanceSamples&) const override
+    {
+        ADD_FAILURE() << "no map for key " << getKey();
+        return {};
+    }
+};
 
 }  // namespace koImage::testing
