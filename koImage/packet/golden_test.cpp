@@ -279,8 +279,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Version10, GoldenFile,
                          ::testing::Values(Golden{"empty", writeEmpty}, Golden{"images", writeImages},
                                            Golden{"bitmaps", writeBitmaps}, Golden{"values", writeValues},
-                                           Golden{"lights", writeLights}),
-                         [](auto const& golden) { return std::string(golden.param.name); });
+                                           Golden{"lights", writeLights}));
 
 TEST_P(GoldenFile, IsWrittenByteForByte)
 {
