@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -85,13 +86,20 @@ std::span<std::byte const> bytesOf(std::string const& text)
 }
 
 // Both ways of gathering the bytes: in a file without a name, and, where the system has none, under another.
-class OutputFileOf : public ::testing::TestWithParam<bool> {
+enum class Gathering { NoName, AnotherName };
+
+void PrintTo(Gathering gathering, std::ostream* out)
+{
+    *out << (gathering == Gathering::NoName ? "NoName" : "AnotherName");
+}
+
+class OutputFileOf : public ::testing::TestWithParam<Gathering> {
 protected:
     OutputFileOf()
     {
         std::string name = (fs::temp_directory_path() / "ko-XXXXXX").string();
         folder_ = mkdtemp(name.data());
-        if (GetParam())
+        if (GetParam() == Gathering::AnotherName)
             failures["O_TMPFILE"] = EOPNOTSUPP;
     }
     ~OutputFileOf() override
@@ -141,8 +149,8 @@ protected:
 
 using Names = std::vector<std::string>;
 
-INSTANTIATE_TEST_SUITE_P(Gathering, OutputFileOf, ::testing::Bool(),
-                         [](auto const& instance) { return instance.param ? "AnotherName" : "NoName"; });
+INSTANTIATE_TEST_SUITE_P(Gathering, OutputFileOf,
+                         ::testing::Values(Gathering::NoName, Gathering::AnotherName));
 
 }  // namespace
 
@@ -310,7 +318,7 @@ TEST_P(OutputFileOf, ReportsWhatFailsInTheLastSteps)
     expectFailure("new", EIO);
     failures.erase("fsync");
 
-    if (!GetParam()) {
+    if (GetParam() == Gathering::NoName) {
         failures["linkat"] = ENOSPC;
         expectFailure("old", ENOSPC);
         expectFailure("new", ENOSPC);
@@ -351,7 +359,7 @@ TEST_P(OutputFileOf, OfAKilledProgramLeavesNothingUnderItsName)
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(content("old"), "old");
     // Under another name it stays; without one it goes.
-    EXPECT_EQ(names().size(), GetParam() ? 2u : 1u);
+    EXPECT_EQ(names().size(), GetParam() == Gathering::AnotherName ? 2u : 1u);
 }
 
 }  // namespace koOS
