@@ -14,7 +14,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <optional>
+#include <set>
 
 namespace koTool {
 
@@ -71,6 +71,13 @@ void addReferences(ValueReader& values, std::vector<std::uint64_t>& references)
     }
 }
 
+/// Leaves the first of equal numbers.
+void withoutRepetitions(std::vector<std::uint64_t>& numbers)
+{
+    std::set<std::uint64_t> seen;
+    std::erase_if(numbers, [&](std::uint64_t number) { return !seen.insert(number).second; });
+}
+
 /// What an image's first packet says.
 std::string aboutImage(ValueReader values)
 {
@@ -91,6 +98,7 @@ Row rowOf(Packet const& packet, std::uint64_t offset)
             .id = packet.id};
     ValueReader values(packet.values);
     addReferences(values, row.references);
+    withoutRepetitions(row.references);
     if (packet.typeId == koPacketFile::typeIdOf("ko.lb.image"))
         row.about = aboutImage(ValueReader(packet.values));
     return row;

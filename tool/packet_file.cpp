@@ -81,6 +81,12 @@ bool beginsAsPacketFile(std::span<std::byte const> file)
     return file.size() >= magic.size() && std::memcmp(file.data(), magic.data(), magic.size()) == 0;
 }
 
+bool PacketImage::isCalled(std::string const& called) const
+{
+    std::string const number = std::to_string(id);
+    return called == name() || called == number || called == "#" + number;
+}
+
 void PacketFile::demandWhole(std::string const& file) const
 {
     if (whole())

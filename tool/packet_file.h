@@ -32,12 +32,9 @@ struct PacketImage {
     std::uint64_t elements;  ///< channel values
     std::uint64_t missing;   ///< of those: 0 in the image
 
-    /// What the user calls it: "image-3". Its number alone will do as well.
+    /// What the user calls it: "image-3". "3" and "#3" will do as well.
     std::string name() const { return "image-" + std::to_string(id); }
-    bool isCalled(std::string const& called) const
-    {
-        return called == name() || called == std::to_string(id);
-    }
+    bool isCalled(std::string const& called) const;
 };
 
 /// What a packet file holds, and what is wrong with it.

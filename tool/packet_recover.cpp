@@ -219,6 +219,12 @@ public:
         return {{"images", saved_}, {"carried", carried}, {"lost", lost}};
     }
 
+    std::string firstLoss() const
+    {
+        Json const lost = report()["lost"];
+        return lost.empty() ? "" : ": " + lost.front().get<std::string>();
+    }
+
     bool savedAnything() const { return !saved_.empty() || !carried_.empty(); }
 
 private:
@@ -368,7 +374,7 @@ void run(Recover& recover)
             for (Packet packet; reader.next(packet);)
                 recovery.take(packet, reader.place().offset);
         if (!recovery.savedAnything())
-            throw Failure(file + ": there is nothing in it that can be saved");
+            throw Failure(file + ": there is nothing in it that can be saved" + recovery.firstLoss());
         about.update(recovery.report());
     });
     recover.files.endLine();
