@@ -150,7 +150,7 @@ int unusedKey(SavedLight const& saved)
     for (SavedLobe const& lobe : saved.lobes)
         used.insert(lobe.key);
     int key = 0;
-    while (used.count(key) > 0)
+    while (used.contains(key))
         ++key;
     return key;
 }

@@ -309,7 +309,9 @@ void extract(Extract& extract)
     std::vector<std::string> failed;
     for (PacketImage const& stored : wanted) {
         if (std::string const reason = hindrance(stored); !reason.empty()) {
-            extract.files.remark(file + ": " + stored.name() + ": " + reason);
+            std::string remark = file;
+            remark.append(": ").append(stored.name()).append(": ").append(reason);
+            extract.files.remark(remark);
             if (stored.missing > 0 || !extract.names.empty())
                 failed.push_back(stored.name());
             continue;

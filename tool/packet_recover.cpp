@@ -195,7 +195,8 @@ public:
 
         std::string const name = "packet " + typeNameOf(packet) + " at byte " + std::to_string(offset);
         if (isLostImage(packet))
-            lost_.push_back("image-" + std::to_string(packet.id) + ": no room for its values");
+            lost_.push_back("image-" + std::to_string(packet.id) +
+                            ": no room for its values; --missing makes more");
         else if (packet.mustUnderstand)
             lost_.push_back(name + ": has to be understood, and is not");
         else if (packet.typeName.empty() && typeNameOf(packet).starts_with("unknown"))
@@ -232,7 +233,7 @@ private:
     void takeParcel(Packet const& packet)
     {
         auto const owner = ValueReader(packet.values).readReference().id;
-        if (addresses_.count(owner) == 0)
+        if (!addresses_.contains(owner))
             ++parcelsLost_[owner];
     }
 
