@@ -269,12 +269,24 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
     std::span const file(reinterpret_cast<std::byte const*>(data), size);
-    for (Policy const policy : {Policy::Strict, Policy::Recover}) {
+    // One way of reading for each input: three times as many inputs are tried.
+    switch (size % 3) {
+    case 0: {
         MemorySource source(file);
-        readFile(source, {.policy = policy}, size, size);
+        readFile(source, {.policy = Policy::Strict}, size, size);
+        break;
     }
-    // What comes through a pipe may promise as much as the caller allows, beside what has come.
-    Pipe pipe(file);
-    readFile(pipe, {.policy = Policy::Recover, .mostBytesFromPipe = 1000}, size, size + 1000);
+    case 1: {
+        MemorySource source(file);
+        readFile(source, {.policy = Policy::Recover}, size, size);
+        break;
+    }
+    default: {
+        // What comes through a pipe may promise as much as the caller allows, beside what has come.
+        Pipe pipe(file);
+        readFile(pipe, {.policy = Policy::Recover, .mostBytesFromPipe = 1000}, size, size + 1000);
+        break;
+    }
+    }
     return 0;
 }
