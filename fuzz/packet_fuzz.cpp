@@ -181,6 +181,7 @@ void readFile(ByteSource& source, ReadOptions const& options, std::size_t fileBy
         auto const result = in.readAll(registry);
         demand((result == ReadResult::Complete) == (in.report().damageCount() == 0),
                "what is complete is not damaged");
+        demand(in.report().bytesSummed <= 4 * fileBytes, "work is in proportion to the file");
 
         std::uint64_t pixelBytes = 0;
         unsigned sum = 0;

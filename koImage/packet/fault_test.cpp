@@ -23,6 +23,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <new>
 #include <span>
@@ -264,6 +265,7 @@ namespace {
 using namespace koImage::testing;
 using koPacketFile::Policy;
 using koPacketFile::ReadResult;
+using koPacketFile::testing::Bytes;
 
 /// With their memory, which is no block of a save.
 void forgetOperations()
@@ -349,6 +351,7 @@ TEST_F(Faults, OfEveryCallLeaveTheOldFileOrTheWholeNewOne)
 {
     ASSERT_TRUE(save());
     std::string const whole = contentsOf(target_);
+    long saves = 0;
     for (bool const replaces : {true, false}) {
         long calls = 0;
         {
@@ -381,10 +384,12 @@ TEST_F(Faults, OfEveryCallLeaveTheOldFileOrTheWholeNewOne)
                     ASSERT_TRUE(now == whole || (!saved && now == (replaces ? "old" : "")));
                     ASSERT_TRUE(onlyTheTargetIsThere());
                     ASSERT_TRUE(saved || reason != 0) << "writing less at once is no failure";
+                    ++saves;
                 }
             }
         }
     }
+    std::cout << saves << " saves with failing calls\n";
 }
 
 TEST_F(Faults, OfADiskThatIsFullLeaveTheOldFile)
@@ -608,6 +613,7 @@ TEST_F(Faults, DoNotComeFromMoreMemoryThanImagesAndFourMebibytes)
         EXPECT_TRUE(out.commit());
     }
     EXPECT_LE(mostBytes - before, mebibyte) << "saving";
+    std::cout << (mostBytes - before) / 1024 << " KiB for saving, ";
 
     mostBytes = liveBytes.load();
     before = mostBytes;
@@ -621,6 +627,84 @@ TEST_F(Faults, DoNotComeFromMoreMemoryThanImagesAndFourMebibytes)
     }
     EXPECT_GE(mostBytes - before, imageBytes);
     EXPECT_LE(mostBytes - before, imageBytes + 4 * mebibyte) << "loading";
+    std::cout << (mostBytes - before - imageBytes) / 1024 << " KiB beside the image for loading\n";
+}
+
+// Files of many small things, each of which makes a larger one.
+
+enum class Hostile { Headers, Images, Gaps, Lights };
+
+Bytes hostileFile(Hostile what, int count)
+{
+    return koPacketFile::testing::fileOf([&](ioWriteContext& out) {
+        std::vector<char> tags(static_cast<std::size_t>(count));
+        auto const header = [&](void const* tag, int width, int height) {
+            out.startPacket("ko.lb.image", tag);
+            for (int const value : {0, width, height})
+                out.writeInt(value);
+            out.writeBool(false);
+            out.writeBool(false);
+            out.endPacket();
+        };
+        auto const parcel = [&](void const* tag, int start) {
+            std::uint8_t const byte = 1;
+            out.startPacket("ko.lb.image.parcel", nullptr);
+            out.writeReference(tag);
+            out.writeInt(start);
+            out.writeInt(1);
+            out.writeBytes(&byte, 1);
+            out.endPacket();
+        };
+        if (what == Hostile::Headers || what == Hostile::Images)
+            for (char& tag : tags) {
+                header(&tag, what == Hostile::Headers ? 0 : 2, 1);
+                if (what == Hostile::Images)
+                    parcel(&tag, 1);
+            }
+        if (what == Hostile::Gaps) {
+            header(&tags, 2, count);
+            for (int i = 0; i < count; ++i)
+                parcel(&tags, 2 * i + 1);
+        }
+        if (what == Hostile::Lights) {
+            header(&tags, 2, 1);
+            out.startPacket("light", nullptr);
+            out.startSubPacket();
+            out.writeBool(true);
+            writeIrradiance(out, {});
+            out.writeReference(&tags);
+            out.writeInt(count);
+            for (int i = 0; i < count; ++i) {
+                out.startSubPacket();
+                out.writeInt(i);
+                out.writeReference(&tags);
+                out.endSubPacket();
+            }
+            out.endSubPacket();
+            out.endPacket();
+        }
+    });
+}
+
+TEST_F(Faults, DoNotComeFromManySmallThings)
+{
+    struct Bound {
+        Hostile what;
+        std::int64_t times;  // of the bytes of the file
+    };
+    // A map of a specular map takes 140 bytes, and may stand for 23 in the file.
+    for (auto const& [what, times] :
+         {Bound{Hostile::Headers, 3}, {Hostile::Images, 3}, {Hostile::Gaps, 3}, {Hostile::Lights, 7}}) {
+        Bytes const file = hostileFile(what, 200'000);
+        auto const fileBytes = static_cast<std::int64_t>(file.size());
+        ASSERT_GE(fileBytes, 4 * mebibyte);
+        mostBytes = liveBytes.load();
+        std::int64_t const before = mostBytes;
+        ImageBasedLighting light;
+        readLights(file, [&](ioReadContext& in) { light.readSubPacket(in); }, {.policy = Policy::Recover});
+        EXPECT_GE(mostBytes - before, fileBytes / 2) << "it is read, and not refused";
+        EXPECT_LE(mostBytes - before, 4 * mebibyte + times * fileBytes) << static_cast<int>(what);
+    }
 }
 
 // What a disk may hold after the machine has failed, whatever the order in which it wrote: of each file what
@@ -744,7 +828,7 @@ TEST_F(CrashOfTheMachine, LeavesTheOldFileOrTheNewOne)
     std::string const whole = contentsOf(target_);
     auto const result = Crash(log_, whole).check();
     EXPECT_EQ(result.wrong, 0u);
-    RecordProperty("states", std::to_string(result.states));
+    std::cout << result.states << " states, each the old file or the new one\n";
     EXPECT_GE(result.states, 10'000u);
 }
 
