@@ -129,7 +129,8 @@ bool write(Program& program, ioWriteContext& out)
             break;
         }
         case 14: {
-            auto const doubles = elements<double>(program.below(255) * (program.below(64) == 0 ? 600 : 1));
+            // Rarely, for those are slow, so many that they take several records.
+            auto const doubles = elements<double>(program.below(255) * (program.below(64) == 63 ? 600 : 1));
             out.writeDoubles(doubles.data(), doubles.size());
             break;
         }
