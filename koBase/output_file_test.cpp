@@ -46,6 +46,8 @@ bool failing(char const* name)
 
 extern "C" int openat(int folder, char const* path, int flags, ...)
 {
+    if ((flags & O_WRONLY) != 0 && failing("openat"))
+        return -1;
     if ((flags & O_TMPFILE) == O_TMPFILE && failing("O_TMPFILE"))
         return -1;
     va_list arguments;
@@ -58,6 +60,13 @@ extern "C" int openat(int folder, char const* path, int flags, ...)
 extern "C" int fsync(int file)
 {
     return failing("fsync") ? -1 : original<int(int)>("fsync")(file);
+}
+
+// Closed it is, whatever the file system has to say.
+extern "C" int close(int file)
+{
+    int const result = original<int(int)>("close")(file);
+    return failing("close") ? -1 : result;
 }
 
 extern "C" int linkat(int from, char const* path, int to, char const* name, int flags)
@@ -283,6 +292,17 @@ TEST_P(OutputFileOf, ReportsNamesThatNoFileCanHave)
     EXPECT_EQ(nameless.commit().message(), std::string(": cannot be written: ") + std::strerror(ENOENT));
 }
 
+TEST_P(OutputFileOf, ReportsAFolderThatTakesNoFiles)
+{
+    put("old", "old");
+    for (int const reason : {EROFS, EACCES, EPERM}) {
+        failures["openat"] = reason;
+        expectFailure("old", reason);
+        expectFailure("new", reason);
+    }
+    EXPECT_EQ(content("old"), "old");
+}
+
 TEST_P(OutputFileOf, ReportsAFullDisk)
 {
     put("a", "old");
@@ -313,10 +333,13 @@ TEST_P(OutputFileOf, ReportsAFullDisk)
 TEST_P(OutputFileOf, ReportsWhatFailsInTheLastSteps)
 {
     put("old", "old");
-    failures["fsync"] = EIO;
-    expectFailure("old", EIO);
-    expectFailure("new", EIO);
-    failures.erase("fsync");
+    for (std::string const call : {"fsync", "close"}) {
+        failures[call] = EIO;
+        expectFailure("old", EIO);
+        expectFailure("new", EIO);
+        EXPECT_EQ(content("old"), "old") << call;
+        failures.erase(call);
+    }
 
     if (GetParam() == Gathering::NoName) {
         failures["linkat"] = ENOSPC;

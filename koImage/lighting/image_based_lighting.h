@@ -117,6 +117,7 @@ public:
     ///            then the irradiance is the one that was written, and there are no new maps
     ///   maps     without those whose image is missing or no LatLongMap or vertical CrossMap by its size; of
     ///            two with one key the last. None is marked used
+    ///   memory   beside the images some 140 bytes a map, which takes 23 bytes of the file at least
     ///   failure  in the context: InvalidValue for a negative number of maps. What stands behind a failure
     ///            is missing. Allocations throw; the object is as before the call then
     void readSubPacket(ioReadContext& context);

@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <ostream>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -207,6 +207,7 @@ TEST_P(Damage, OfEveryBitIsNoticed)
         ASSERT_TRUE(isNoticed(damaged)) << "bit " << bit;
         damaged[bit / 8] = file_[bit / 8];
     }
+    std::cout << 8 * file_.size() << " bits, all noticed\n";
 }
 
 TEST_P(Damage, OfTheEndIsNoticedAtEveryByte)
@@ -297,7 +298,7 @@ TEST_P(Damage, OfRandomFaultsIsNoticed)
             continue;
         ASSERT_TRUE(isNoticed(damaged)) << "fault " << fault;
     }
-    RecordProperty("faults", std::to_string(faultCount()));
+    std::cout << faultCount() / std::size(references) << " faults, all noticed\n";
 }
 
 }  // namespace
