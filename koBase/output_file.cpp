@@ -141,12 +141,23 @@ koUtil::Error OutputFile::commit()
     if (reason_ == 0 && fsync(file_) != 0)
         fail(errno);
     if (reason_ == 0)
+        closeCopy();
+    if (reason_ == 0)
         publish();
     close();
     if (reason_ == 0)
         return {};
     return koUtil::Error(1, "%s: cannot be written: %s", name_.multibyte().c_str(),
                          std::generic_category().message(reason_).c_str());
+}
+
+// Some file systems tell only when a file is closed that they could not keep it. They are asked before it has
+// its name, which it can only get while it is open.
+void OutputFile::closeCopy()
+{
+    int const copy = fcntl(file_, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0 || ::close(copy) != 0)
+        fail(errno);
 }
 
 void OutputFile::publish()

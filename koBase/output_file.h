@@ -48,6 +48,7 @@ private:
     void open();
     void openNamed();
     void send(std::span<std::byte const> bytes);
+    void closeCopy();
     void publish();
     void fail(int reason);
     bool linkAs(std::string const& entry) const;

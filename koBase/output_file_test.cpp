@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,8 @@ bool failing(char const* name)
 
 extern "C" int openat(int folder, char const* path, int flags, ...)
 {
+    if ((flags & O_WRONLY) != 0 && failing("openat"))
+        return -1;
     if ((flags & O_TMPFILE) == O_TMPFILE && failing("O_TMPFILE"))
         return -1;
     va_list arguments;
@@ -57,6 +60,13 @@ extern "C" int openat(int folder, char const* path, int flags, ...)
 extern "C" int fsync(int file)
 {
     return failing("fsync") ? -1 : original<int(int)>("fsync")(file);
+}
+
+// Closed it is, whatever the file system has to say.
+extern "C" int close(int file)
+{
+    int const result = original<int(int)>("close")(file);
+    return failing("close") ? -1 : result;
 }
 
 extern "C" int linkat(int from, char const* path, int to, char const* name, int flags)
@@ -85,13 +95,20 @@ std::span<std::byte const> bytesOf(std::string const& text)
 }
 
 // Both ways of gathering the bytes: in a file without a name, and, where the system has none, under another.
-class OutputFileOf : public ::testing::TestWithParam<bool> {
+enum class Gathering { NoName, AnotherName };
+
+void PrintTo(Gathering gathering, std::ostream* out)
+{
+    *out << (gathering == Gathering::NoName ? "NoName" : "AnotherName");
+}
+
+class OutputFileOf : public ::testing::TestWithParam<Gathering> {
 protected:
     OutputFileOf()
     {
         std::string name = (fs::temp_directory_path() / "ko-XXXXXX").string();
         folder_ = mkdtemp(name.data());
-        if (GetParam())
+        if (GetParam() == Gathering::AnotherName)
             failures["O_TMPFILE"] = EOPNOTSUPP;
     }
     ~OutputFileOf() override
@@ -141,8 +158,8 @@ protected:
 
 using Names = std::vector<std::string>;
 
-INSTANTIATE_TEST_SUITE_P(Gathering, OutputFileOf, ::testing::Bool(),
-                         [](auto const& instance) { return instance.param ? "AnotherName" : "NoName"; });
+INSTANTIATE_TEST_SUITE_P(Gathering, OutputFileOf,
+                         ::testing::Values(Gathering::NoName, Gathering::AnotherName));
 
 }  // namespace
 
@@ -275,6 +292,17 @@ TEST_P(OutputFileOf, ReportsNamesThatNoFileCanHave)
     EXPECT_EQ(nameless.commit().message(), std::string(": cannot be written: ") + std::strerror(ENOENT));
 }
 
+TEST_P(OutputFileOf, ReportsAFolderThatTakesNoFiles)
+{
+    put("old", "old");
+    for (int const reason : {EROFS, EACCES, EPERM}) {
+        failures["openat"] = reason;
+        expectFailure("old", reason);
+        expectFailure("new", reason);
+    }
+    EXPECT_EQ(content("old"), "old");
+}
+
 TEST_P(OutputFileOf, ReportsAFullDisk)
 {
     put("a", "old");
@@ -305,12 +333,15 @@ TEST_P(OutputFileOf, ReportsAFullDisk)
 TEST_P(OutputFileOf, ReportsWhatFailsInTheLastSteps)
 {
     put("old", "old");
-    failures["fsync"] = EIO;
-    expectFailure("old", EIO);
-    expectFailure("new", EIO);
-    failures.erase("fsync");
+    for (std::string const call : {"fsync", "close"}) {
+        failures[call] = EIO;
+        expectFailure("old", EIO);
+        expectFailure("new", EIO);
+        EXPECT_EQ(content("old"), "old") << call;
+        failures.erase(call);
+    }
 
-    if (!GetParam()) {
+    if (GetParam() == Gathering::NoName) {
         failures["linkat"] = ENOSPC;
         expectFailure("old", ENOSPC);
         expectFailure("new", ENOSPC);
@@ -351,7 +382,7 @@ TEST_P(OutputFileOf, OfAKilledProgramLeavesNothingUnderItsName)
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(content("old"), "old");
     // Under another name it stays; without one it goes.
-    EXPECT_EQ(names().size(), GetParam() ? 2u : 1u);
+    EXPECT_EQ(names().size(), GetParam() == Gathering::AnotherName ? 2u : 1u);
 }
 
 }  // namespace koOS

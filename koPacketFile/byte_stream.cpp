@@ -39,8 +39,12 @@ std::ptrdiff_t MemorySource::read(std::span<std::byte> buffer)
     return static_cast<std::ptrdiff_t>(count);
 }
 
-FileSource::FileSource(std::string const& name) : descriptor_(open(name.c_str(), O_RDONLY | O_CLOEXEC))
+FileSource::FileSource(std::string const& name)
 {
+    do
+        descriptor_ = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    while (descriptor_ < 0 && errno == EINTR);
+
     struct stat status;
     if (isOpen() && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode))
         size_ = static_cast<std::uint64_t>(status.st_size);

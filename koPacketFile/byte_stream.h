@@ -99,7 +99,7 @@ public:
     std::optional<std::uint64_t> size() const override { return size_; }
 
 private:
-    int descriptor_;
+    int descriptor_ = -1;
     std::optional<std::uint64_t> size_;
 };
 

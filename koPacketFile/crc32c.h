@@ -23,4 +23,10 @@ constexpr std::uint32_t masked(std::uint32_t crc)
     return ((crc >> 15) | (crc << 17)) + 0xA282EAD8u;
 }
 
+constexpr std::uint32_t unmasked(std::uint32_t stored)
+{
+    std::uint32_t const turned = stored - 0xA282EAD8u;
+    return (turned << 15) | (turned >> 17);
+}
+
 }  // namespace koPacketFile

@@ -84,5 +84,13 @@ TEST(Masked, KeepsMessagesApartThatHoldTheirOwnChecksum)
     EXPECT_NE(withChecksum("one", true), withChecksum("another", true));
 }
 
+TEST(Crc32c, IsStoredInAFormThatCanBeUndone)
+{
+    for (std::uint32_t crc = 0; crc < 0xFFF00000u; crc += 0xFEDCB)
+        ASSERT_EQ(unmasked(masked(crc)), crc);
+    EXPECT_EQ(unmasked(masked(0xFFFFFFFFu)), 0xFFFFFFFFu);
+    EXPECT_NE(masked(0x12345678u), 0x12345678u);
+}
+
 }  // namespace
 }  // namespace koPacketFile

@@ -2,24 +2,11 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 #include <utility>
 
-using koPacketFile::Policy;
 using koPacketFile::Problem;
 using koPacketFile::ReadResult;
-using koPacketFile::RecordHeader;
-using koPacketFile::RecordKind;
 using koPacketFile::ValueReader;
-
-namespace flag = koPacketFile::flag;
-
-namespace {
-
-// In front of the values of a packet of several records: its id and its length.
-constexpr std::uint64_t prefixBytes = 16;
-
-}  // namespace
 
 ioClientReadContext::ioClientReadContext(ioReadContext& context) : context_(&context)
 {
@@ -45,7 +32,7 @@ void ioClientReadContext::postPacketRead() {}
 
 ioReadContext::ioReadContext(koPacketFile::ByteSource& source, koPacketFile::ReadOptions const& options)
     : options_(options),
-      records_(source, options.policy, report_)
+      packets_(source, options.policy, report_, options.mostPacketBytes)
 {
 }
 
@@ -56,19 +43,15 @@ ioReadContext::~ioReadContext()
             client->context_ = nullptr;
 }
 
-bool ioReadContext::stops() const
-{
-    return options_.policy == Policy::Strict && report_.damageCount() > 0;
-}
-
 ReadResult ioReadContext::readAll(ioPacketRegistry& registry)
 {
     if (std::exchange(started_, true)) {
         report_.add(Problem::Misuse, place());
         return ReadResult::Failed;
     }
-    if (records_.start())
-        readRecords(registry);
+    if (packets_.start())
+        while (packets_.next(packet_))
+            readPacket(registry);
     checkObjects();
 
     if (report_.damageCount() == 0)
@@ -76,115 +59,18 @@ ReadResult ioReadContext::readAll(ioPacketRegistry& registry)
     return anyPacketRead_ ? ReadResult::Damaged : ReadResult::Failed;
 }
 
-void ioReadContext::readRecords(ioPacketRegistry& registry)
+void ioReadContext::readPacket(ioPacketRegistry& registry)
 {
-    while (!stops() && records_.next(record_)) {
-        if (record_.header.kind == RecordKind::Packet)
-            readPart(registry);
-        else if (record_.header.kind == RecordKind::TypeName)
-            checkTypeName();
-    }
-    if (!stops())
-        dropParts();
-}
-
-// Packets are found by their ids; names are for the report. A name that is not what it says is damage.
-void ioReadContext::checkTypeName()
-{
-    std::string_view const name(reinterpret_cast<char const*>(record_.payload.data()),
-                                record_.payload.size());
-    if (name.empty() || name.size() > koPacketFile::mostNameBytes ||
-        koPacketFile::typeIdOf(name) != record_.header.typeId)
-        report_.add(Problem::WrongTypeName, place());
-    else if (typeNames_.size() < koPacketFile::Report::most)
-        typeNames_.try_emplace(record_.header.typeId, name);
-}
-
-void ioReadContext::readPart(ioPacketRegistry& registry)
-{
-    RecordHeader const& header = record_.header;
-    bool const isFirst = header.is(flag::first);
-    bool const isLast = header.is(flag::last);
-    bool const continues = hasParts_ && !isFirst && header.number == nextPart_ &&
-                           header.typeId == firstPart_.typeId && !header.is(flag::tagged);
-    if (!continues)
-        dropParts();
-    if (stops())
-        return;
-
-    if (isFirst) {
-        dropping_ = false;
-        if (isLast) {
-            readPacket(header, record_.payload, registry);
-            return;
-        }
-        firstPart_ = header;
-        hasParts_ = true;
-    } else if (!continues) {
-        // The parts behind a lost one are lost with it, and counted as one.
-        if (!std::exchange(dropping_, true))
-            report_.add(Problem::BrokenPacket, place());
-        return;
-    }
-    if (parts_.size() + record_.payload.size() > options_.mostPacketBytes + prefixBytes) {
-        report_.add(Problem::PacketTooLarge, place());
-        hasParts_ = false;
-        dropping_ = true;
-        parts_ = {};
-        return;
-    }
-    // Memory is taken for what has come, not for what the first part announces.
-    parts_.insert(parts_.end(), record_.payload.begin(), record_.payload.end());
-    nextPart_ = header.number + 1;
-    if (!isLast)
-        return;
-
-    hasParts_ = false;
-    auto const parts = std::exchange(parts_, {});
-    readPacket(firstPart_, parts, registry);
-}
-
-// What has been put together so far has lost its end.
-void ioReadContext::dropParts()
-{
-    if (!std::exchange(hasParts_, false))
-        return;
-    parts_ = {};
-    report_.add(Problem::BrokenPacket, place());
-}
-
-void ioReadContext::readPacket(RecordHeader const& header, std::span<std::byte const> body,
-                               ioPacketRegistry& registry)
-{
-    // In front of the values: the id of a tagged packet, and the length of one of several records.
-    bool const isTagged = header.is(flag::tagged);
-    std::size_t const lengthAt = isTagged ? 8 : 0;
-    std::size_t const valuesAt = lengthAt + (header.is(flag::last) ? 0 : 8);
-    if (body.size() < valuesAt ||
-        (valuesAt > lengthAt &&
-         koPacketFile::load<std::uint64_t>(body.data() + lengthAt) != body.size() - valuesAt)) {
-        report_.add(Problem::BrokenPacket, place());
-        return;
-    }
-    std::uint64_t const id = isTagged ? koPacketFile::load<std::uint64_t>(body.data()) : 0;
-    if (isTagged && id <= lastId_) {
-        report_.add(Problem::RepeatedId, place());
-        return;
-    }
-    lastId_ = std::max(lastId_, id);
-    ++report_.packets;
-
-    ioPacketType* const type = registry.find(header.typeId);
+    ioPacketType* const type = registry.find(packet_.typeId);
     if (type == nullptr) {
-        bool const isNeeded = header.is(flag::mustUnderstand);
-        auto const name = typeNames_.find(header.typeId);
-        report_.add(
-            isNeeded ? Problem::UnknownPacket : Problem::SkippedPacket,
-            {record_.offset, record_.header.number, name != typeNames_.end() ? name->second : "", id});
+        auto where = packets_.place();
+        where.packetType = packet_.typeName;
+        where.objectId = packet_.id;
+        report_.add(packet_.mustUnderstand ? Problem::UnknownPacket : Problem::SkippedPacket, where);
         return;
     }
     anyPacketRead_ = true;
-    current_.emplace(Current{.type = type, .values = ValueReader(body.subspan(valuesAt)), .id = id});
+    current_.emplace(Current{.type = type, .values = ValueReader(packet_.values), .id = packet_.id});
     try {
         callType();
         endPacket();
@@ -232,12 +118,13 @@ void ioReadContext::endPacket()
         outstandingBytes_ -= packet.expected * packet.elementBytes;
         return;
     }
+    auto const where = packets_.place();
     auto& entries = packet.id != 0 ? entries_ : untagged_;
     entries.push_back({.id = packet.id,
                        .object = std::move(packet.object),
                        .type = packet.type,
-                       .offset = record_.offset,
-                       .record = record_.header.number,
+                       .offset = where.offset,
+                       .record = where.record,
                        .elementBytes = packet.elementBytes,
                        .expected = packet.expected});
 }
@@ -248,11 +135,7 @@ void ioReadContext::checkObjects()
     for (auto* const entries : {&entries_, &untagged_}) {
         for (Entry& entry : *entries) {
             koPacketFile::Place const where{entry.offset, entry.record, entry.type->name(), entry.id};
-            std::uint64_t missing = entry.expected - entry.arrivedUpTo;
-            if (entry.arrivedBehind != nullptr)
-                for (auto const& [start, end] : *entry.arrivedBehind)
-                    missing -= end - start;
-            if (missing > 0)
+            if (auto const missing = entry.missing(); missing > 0)
                 report_.add(Problem::IncompleteObject, where, missing);
 
             if (entry.claimed)
@@ -264,18 +147,36 @@ void ioReadContext::checkObjects()
     }
 }
 
-std::vector<ko::ReferenceCount*> ioReadContext::objects() const
+std::uint64_t ioReadContext::Entry::missing() const
 {
-    std::vector<ko::ReferenceCount*> all;
+    std::uint64_t count = expected - arrivedUpTo;
+    if (arrivedBehind != nullptr)
+        for (auto const& [start, end] : *arrivedBehind)
+            count -= end - start;
+    return count;
+}
+
+std::vector<koPacketFile::FoundObject> ioReadContext::foundObjects() const
+{
+    std::vector<koPacketFile::FoundObject> all;
+    all.reserve(entries_.size() + untagged_.size());
     for (auto const* const entries : {&entries_, &untagged_})
         for (Entry const& entry : *entries)
-            all.push_back(entry.object.get());
+            all.push_back({entry.object.get(), entry.id, entry.expected, entry.missing()});
+    return all;
+}
+
+std::vector<ko::ReferenceCount*> ioReadContext::objects() const
+{
+    auto const found = foundObjects();
+    std::vector<ko::ReferenceCount*> all(found.size());
+    std::transform(found.begin(), found.end(), all.begin(), [](auto const& f) { return f.object; });
     return all;
 }
 
 koPacketFile::Place ioReadContext::place() const
 {
-    koPacketFile::Place where{.offset = record_.offset, .record = record_.header.number};
+    koPacketFile::Place where = packets_.place();
     if (current_) {
         where.packetType = current_->type->name();
         where.objectId = current_->id;
@@ -297,7 +198,7 @@ ioClientReadContext* ioReadContext::firstClient() const
 
 std::optional<std::uint64_t> ioReadContext::bytesLeft() const
 {
-    return records_.bytesLeft();
+    return packets_.bytesLeft();
 }
 
 // Values

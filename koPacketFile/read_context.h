@@ -14,8 +14,8 @@
 #include "koBase/reference_count.h"
 #include "koPacketFile/byte_stream.h"
 #include "koPacketFile/export.h"
+#include "koPacketFile/packet_reader.h"
 #include "koPacketFile/packet_registry.h"
-#include "koPacketFile/record_reader.h"
 #include "koPacketFile/report.h"
 #include "koPacketFile/value_reader.h"
 
@@ -49,6 +49,14 @@ struct ReadOptions {
 
     /// Like missingBytes, where the size of the file is unknown.
     std::uint64_t mostBytesFromPipe = std::uint64_t{2} << 30;
+};
+
+/// An object that a packet has set.
+struct FoundObject {
+    ko::ReferenceCount* object;
+    std::uint64_t id;        // of its packet; 0 when that is not tagged
+    std::uint64_t elements;  // that it was announced with
+    std::uint64_t missing;   // of those
 };
 
 }  // namespace koPacketFile
@@ -98,6 +106,9 @@ public:
 
     /// What packets set with setObject and is not null, in the order of the file.
     std::vector<ko::ReferenceCount*> objects() const;
+
+    /// The same with what is known of each.
+    std::vector<koPacketFile::FoundObject> foundObjects() const;
 
     // For packet types: the values of the packet being read.
     //
@@ -197,6 +208,8 @@ private:
         std::uint64_t expected = 0;
         std::uint64_t arrivedUpTo = 0;
         std::unique_ptr<std::map<std::uint64_t, std::uint64_t>> arrivedBehind = nullptr;
+
+        std::uint64_t missing() const;
     };
 
     struct Lookup {
@@ -220,24 +233,17 @@ private:
     ioClientReadContext* firstClient() const;
     koPacketFile::Place place() const;
 
-    bool stops() const;
-    void readRecords(ioPacketRegistry& registry);
-    void checkTypeName();
-    void readPart(ioPacketRegistry& registry);
-    void dropParts();
-    void readPacket(koPacketFile::RecordHeader const& header, std::span<std::byte const> body,
-                    ioPacketRegistry& registry);
+    void readPacket(ioPacketRegistry& registry);
     void callType();
     void endPacket();
     void checkObjects();
 
     koPacketFile::ReadOptions options_;
     koPacketFile::Report report_;
-    koPacketFile::RecordReader records_;
-    koPacketFile::Record record_;
+    koPacketFile::PacketReader packets_;
+    koPacketFile::Packet packet_;
     bool started_ = false;
     bool anyPacketRead_ = false;
-    std::map<std::uint64_t, std::string> typeNames_;  // the first of them, for the report
 
     std::vector<ioClientReadContext*> clients_;  // null: one that left during a packet
 
@@ -245,10 +251,9 @@ private:
     std::deque<Entry> entries_;   // of tagged packets, by id
     std::deque<Entry> untagged_;  // of others
     std::size_t lastFound_ = 0;
-    std::uint64_t lastId_ = 0;
     std::uint64_t outstandingBytes_ = 0;  // expected and not arrived, of all objects
 
-    // The packet that is being read.
+    // The packet that a type is reading.
     struct Current {
         ioPacketType* type;
         koPacketFile::ValueReader values;
@@ -263,11 +268,4 @@ private:
     };
     std::optional<Current> current_;
     koPacketFile::ValueReader noValues_;
-
-    // The packet whose records are being put together.
-    std::vector<std::byte> parts_;
-    koPacketFile::RecordHeader firstPart_;
-    std::uint32_t nextPart_ = 0;
-    bool hasParts_ = false;
-    bool dropping_ = false;  // the rest of a packet that has lost a part
 };

@@ -306,6 +306,45 @@ TEST(ReadContext, KeepsObjectsUntilItGoesAndLeavesThoseThatWereTaken)
     EXPECT_EQ(Object::alive, 0);
 }
 
+TEST(ReadContext, TellsWhatIsMissingOfEveryObject)
+{
+    int tags[2] = {};
+    Bytes const file = fileOf([&](ioWriteContext& out) {
+        packet(out, "object", nullptr, [] {});
+        packet(out, "nothing", &tags[1], [] {});
+        packet(out, "object", &tags[0], [] {});
+        for (int const start : {0, 70, 60})
+            packet(out, "part", nullptr, [&] {
+                out.writeReference(&tags[0]);
+                out.writeInt(start);
+            });
+    });
+    MemorySource source(file);
+    ioReadContext in(source);
+    ioPacketRegistry registry;
+    addTypes(registry, {{"object",
+                         [](ioReadContext& context) {
+                             EXPECT_TRUE(context.expectElements(100, 1));
+                             context.setObject(new Object);
+                         }},
+                        {"nothing", [](ioReadContext&) {}},
+                        {"part", [](ioReadContext& context) {
+                             context.readOwner<Object>();
+                             context.elementsArrived(static_cast<std::uint64_t>(context.readInt()), 20);
+                         }}});
+    EXPECT_EQ(in.readAll(registry), ReadResult::Damaged);
+    ASSERT_EQ(in.foundObjects().size(), 2u);
+    FoundObject const tagged = in.foundObjects()[0];
+    EXPECT_EQ(tagged.object, in.objects()[0]);
+    EXPECT_EQ(tagged.id, 2u);
+    EXPECT_EQ(tagged.elements, 100u);
+    EXPECT_EQ(tagged.missing, 50u) << "70 to 80 came twice";
+    FoundObject const untagged = in.foundObjects()[1];
+    EXPECT_EQ(untagged.object, in.objects()[1]);
+    EXPECT_EQ(untagged.id, 0u);
+    EXPECT_EQ(untagged.missing, 100u);
+}
+
 TEST(ReadContext, TellsOnceOfEveryObjectThatNothingAskedFor)
 {
     int tags[4] = {};

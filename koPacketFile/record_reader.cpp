@@ -137,6 +137,13 @@ bool RecordReader::start()
     return true;
 }
 
+// Whether a header stands here.
+bool RecordReader::parseHeader(RecordHeader& header)
+{
+    report_.bytesSummed += recordHeaderBytes - 8;  // those behind the checksum
+    return parseRecordHeader(at(), salt_, header);
+}
+
 // Goes on to the next place where a header holds. False when there is none.
 bool RecordReader::findHeader()
 {
@@ -147,7 +154,7 @@ bool RecordReader::findHeader()
     do {
         skip(8);
         // A record that has been passed already, or an older one, does not end the search.
-        found = available(recordHeaderBytes) >= recordHeaderBytes && parseRecordHeader(at(), salt_, header) &&
+        found = available(recordHeaderBytes) >= recordHeaderBytes && parseHeader(header) &&
                 static_cast<std::int32_t>(header.number - number_) >= 0;
     } while (!found && available(8) >= 8);
     report_.add(finding.problem, finding.place, offset_ - start);
@@ -161,7 +168,7 @@ bool RecordReader::next(Record& record)
         if (available(recordHeaderBytes) < recordHeaderBytes)
             return cutOff();
         RecordHeader& header = record.header;
-        if (!parseRecordHeader(at(), salt_, header)) {
+        if (!parseHeader(header)) {
             if (policy_ == Policy::Strict)
                 return refuse(Problem::DamagedRecord);
             if (!findHeader())
@@ -188,6 +195,7 @@ bool RecordReader::next(Record& record)
         if (available(header.recordBytes()) < unpadded)
             return cutOff();
         unsigned char const* const payload = at() + recordHeaderBytes;
+        report_.bytesSummed += header.payloadBytes;
         if (masked(crc32c(0, payload, header.payloadBytes)) != header.payloadCrc) {
             if (!damaged(Problem::DamagedPayload))
                 return false;

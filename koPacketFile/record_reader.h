@@ -57,6 +57,7 @@ private:
     bool damaged(Problem problem, std::uint64_t amount = 0);
     bool refuse(Problem problem);
     bool cutOff();
+    bool parseHeader(RecordHeader& header);
     bool findHeader();
     bool readEnd(Record const& record);
 

@@ -116,6 +116,7 @@ public:
     std::uint64_t packets = 0;       // whole ones, of known types and of others
     std::uint64_t recordsLost = 0;   // by their numbers
     std::uint64_t bytesSkipped = 0;  // in damaged records, and between records
+    std::uint64_t bytesSummed = 0;   // for checksums of records: at most four times those of the file
 
 private:
     std::vector<Finding> damage_;

@@ -1,6 +1,8 @@
 #include "tool/testing/command.h"
 
 #include "koImage/image/typed_image.h"
+#include "koImage/testing/test_images.h"
+#include "tool/testing/packets.h"
 
 #include <gmock/gmock.h>
 
@@ -198,6 +200,141 @@ TEST(Convert, MayOverwriteItsOwnInput)
     writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
     EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "a.ppm", "--bits", "8"}).exitCode);
     EXPECT_EQ(sixPixels, ppmChannels(readFile(folder / "a.ppm")));
+}
+
+TEST(Convert, KeepsPicturesInPacketFilesToTheBit)
+{
+    Folder const folder;
+    writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
+    writeFile(folder / "b.pfm", pfm(1, 2, {1e-40f, -2, 3e38f, 0.25f, -0.0f, 7}));
+    EXPECT_EQ(0, koimage({"convert", folder / "b.pfm", folder / "c.exr", "--type", "Half4", "-q"}).exitCode);
+    for (std::string const name : {"a.ppm", "b.pfm", "c.exr"}) {
+        auto const outcome = koimage({"convert", folder / name, folder / "x.packets"});
+        EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+        auto const images = imagesOf(readFile(folder / "x.packets"));
+        ASSERT_EQ(1u, images.size());
+        EXPECT_TRUE(koImage::testing::samePixels(*picture(folder / name).image, *images[0])) << name;
+
+        std::string const back = folder / ("back-" + name);
+        EXPECT_EQ(0, koimage({"convert", folder / "x.packets", back}).exitCode);
+        EXPECT_TRUE(koImage::testing::samePixels(*picture(folder / name).image, *picture(back).image))
+            << name;
+    }
+}
+
+TEST(Convert, KnowsAPacketFileByItsFirstBytesAndWritesOneByItsNameOrOption)
+{
+    Folder const folder;
+    writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
+    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "b.PACKETS"}).exitCode);
+    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "c.png", "--format", "packets"}).exitCode);
+    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "d.packets", "--format", "png"}).exitCode);
+    EXPECT_EQ(1u, imagesOf(readFile(folder / "b.PACKETS")).size());
+    EXPECT_EQ(1u, imagesOf(readFile(folder / "c.png")).size());
+    EXPECT_EQ(PictureFormat::Png, picture(folder / "d.packets").format);
+    auto const outcome = koimage({"convert", folder / "c.png", "-", "--format", "pnm"});
+    EXPECT_EQ(sixPixels, ppmChannels(outcome.out)) << outcome.err;
+}
+
+TEST(Convert, TakesPacketFilesThroughPipes)
+{
+    Folder const folder;
+    writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
+    auto outcome = shell("koimage convert '" + folder / "a.ppm" + "' - --format packets | " +
+                         "koimage convert - - --format pnm");
+    EXPECT_EQ(sixPixels, ppmChannels(outcome.out)) << outcome.err;
+
+    outcome = shell("mkfifo '" + folder / "pipe" + "'; koimage convert '" + folder / "a.ppm" +
+                    "' - --format packets > '" + folder / "pipe" + "' & koimage blur '" + folder / "pipe" +
+                    "' - 1 --format pnm");
+    EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+
+    outcome = shell("koimage convert '" + folder / "a.ppm" + "' - --format packets > /dev/full");
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_EQ("koimage: standard output: No space left on device\n", outcome.err);
+}
+
+TEST(Convert, TakesTheImageOfAPacketFileThatIsNamed)
+{
+    Folder const folder;
+    auto const first = koImage::testing::randomImage<koImage::Float3>({4, 4}, 1);
+    auto const second = koImage::testing::randomImage<koImage::Byte4>({5, 5}, 2);
+    writeFile(folder / "a.packets", packetFile({first.get(), second.get()}));
+    for (auto const& [layer, width] : {std::pair{"", 4}, {"1", 4}, {"image-2", 5}, {"#2", 5}}) {
+        auto const outcome = koimage({"convert", folder / "a.packets", folder / "b.exr", "--layer", layer});
+        EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+        EXPECT_EQ(width, picture(folder / "b.exr").image->width()) << layer;
+    }
+    auto const outcome = koimage({"convert", folder / "a.packets", folder / "c.exr", "--layer", "3"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_EQ("koimage: " + folder / "a.packets" + ": there is no 3; there is image-1, image-2\n",
+              outcome.err);
+}
+
+TEST(Convert, GoesThroughTheCurveWithBytesOfPacketFilesAsWithOthers)
+{
+    Folder const folder;
+    writeFile(folder / "a.ppm", ppm(3, 2, sixPixels));
+    EXPECT_EQ(0, koimage({"convert", folder / "a.ppm", folder / "a.packets"}).exitCode);
+    for (std::string const option : {"--quiet", "--raw"}) {
+        for (std::string const name : {"a.ppm", "a.packets"})
+            EXPECT_EQ(
+                0, koimage({"convert", folder / name, folder / (name + ".pfm"), "--type", "Float3", option})
+                       .exitCode);
+        EXPECT_EQ(readFile(folder / "a.ppm.pfm"), readFile(folder / "a.packets.pfm")) << option;
+    }
+}
+
+TEST(Convert, KeepsTheWrapFlagsAndThePixelsThatOnlyPacketFilesHold)
+{
+    Folder const folder;
+    auto const image = koImage::testing::hostileImage<koImage::Int4>({3, 2}, 1);
+    image->setWrap(true, false);
+    writeFile(folder / "a.packets", packetFile({image.get()}));
+    EXPECT_EQ(0, koimage({"convert", folder / "a.packets", folder / "b.packets"}).exitCode);
+    auto const images = imagesOf(readFile(folder / "b.packets"));
+    ASSERT_EQ(1u, images.size());
+    EXPECT_TRUE(koImage::testing::samePixels(*image, *images[0]));
+    EXPECT_TRUE(images[0]->wrapHorizontal());
+    EXPECT_FALSE(images[0]->wrapVertical());
+
+    auto outcome = koimage({"convert", folder / "a.packets", folder / "b.png"});
+    EXPECT_EQ(1, outcome.exitCode);
+    outcome = koimage({"convert", folder / "a.packets", folder / "b.packets", "--type", "Float4"});
+    EXPECT_EQ("koimage: " + folder / "a.packets" + ": pixels of Int4 cannot be made others\n", outcome.err);
+    outcome = koimage({"blur", folder / "a.packets", folder / "b.packets", "3"});
+    EXPECT_EQ(1, outcome.exitCode);
+}
+
+TEST(Convert, RefusesDamagedPacketFilesAndWhatTheyCannotHold)
+{
+    Folder const folder;
+    auto const image = koImage::testing::randomImage<koImage::Float3>({4, 4}, 1);
+    std::string bytes = packetFile({image.get()});
+    std::size_t const parcel = recordsOf(bytes)[3];
+    bytes[parcel + 40] ^= 1;
+    writeFile(folder / "a.packets", bytes);
+    auto outcome = koimage({"convert", folder / "a.packets", folder / "b.exr"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_EQ("koimage: " + folder / "a.packets" + ": payload damaged: byte " + std::to_string(parcel) +
+                  ", record 3, and more; koimage packet recover saves what is sound\n",
+              outcome.err);
+
+    writeFile(folder / "empty.packets", packetFile({}));
+    outcome = koimage({"convert", folder / "empty.packets", folder / "b.exr"});
+    EXPECT_EQ("koimage: " + folder / "empty.packets" + ": holds no image\n", outcome.err);
+    writeFile(folder / "none.packets", packetFile({koImage::testing::imageOf<float>({0, 3}).get()}));
+    outcome = koimage({"convert", folder / "none.packets", folder / "b.exr"});
+    EXPECT_EQ("koimage: " + folder / "none.packets" + ": image-1 has no pixels\n", outcome.err);
+
+    writeFile(folder / "c.ppm", ppm(1, 1, {1, 2, 3}));
+    outcome = koimage({"convert", folder / "c.ppm", folder / "c.packets", "--bits", "16"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("--bits"));
+    EXPECT_FALSE(std::filesystem::exists(folder / "c.packets"));
+    outcome = koimage({"convert", folder / "c.ppm", folder / "no/c.packets"});
+    EXPECT_EQ("koimage: " + folder / "no/c.packets" + ": cannot be written: No such file or directory\n",
+              outcome.err);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tool/files.h"
 
 #include "koImage/image/typed_image.h"
+#include "koImage/packet/image_packet.h"
 
 #include <nlohmann/json.hpp>
 
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <span>
 
@@ -33,6 +36,20 @@ std::vector<std::pair<std::string, PictureFormat>> const formats = {{"exr", Pict
                                                                     {"pfm", PictureFormat::Pfm},
                                                                     {"pnm", PictureFormat::Pnm}};
 
+// Of images in packet files alone.
+std::vector<std::pair<std::string, PixelTypeId>> const otherTypes = {{"UInt", PixelTypeId::UInt},
+                                                                     {"Int4", PixelTypeId::Int4},
+                                                                     {"Double3", PixelTypeId::Double3},
+                                                                     {"Harmonics", PixelTypeId::Harmonics}};
+
+// In options; none is a packet file.
+std::vector<std::pair<std::string, std::optional<PictureFormat>>> formatChoices()
+{
+    std::vector<std::pair<std::string, std::optional<PictureFormat>>> choices(formats.begin(), formats.end());
+    choices.emplace_back("packets", std::nullopt);
+    return choices;
+}
+
 template <class Value>
 char const* nameOf(std::vector<std::pair<std::string, Value>> const& choices, Value value)
 {
@@ -42,10 +59,18 @@ char const* nameOf(std::vector<std::pair<std::string, Value>> const& choices, Va
     return "unknown";
 }
 
-/// What the messages call a file.
-std::string shown(std::string const& file, char const* standardName)
+std::string outputName(std::string const& file)
 {
-    return file == "-" ? standardName : file;
+    return file == "-" ? "standard output" : file;
+}
+
+/// Whether a file can be read but once, as a pipe. One that is not there is none of them.
+bool isStreamed(std::string const& file)
+{
+    std::error_code unknown;
+    auto const kind = std::filesystem::status(file, unknown).type();
+    return file == "-" || kind == std::filesystem::file_type::fifo ||
+           kind == std::filesystem::file_type::character;
 }
 
 template <class Pixel>
@@ -97,7 +122,7 @@ void Files::addInput(CLI::App& command)
 
 void Files::addSource(CLI::App& command)
 {
-    command.add_option("--layer", layer_, "Layer of an EXR file to read");
+    command.add_option("--layer", layer_, "Layer of an EXR file, or image of a packet file, to read");
     addRaw(command);
 }
 
@@ -105,7 +130,11 @@ void Files::addOutput(CLI::App& command)
 {
     command.add_option("OUT", output_, "The file to write, - for standard output")->required();
     addChoice(
-        command, "--format", formats, [this](PictureFormat format) { format_ = format; },
+        command, "--format", formatChoices(),
+        [this](std::optional<PictureFormat> format) {
+            format_ = format;
+            packets_ = !format;
+        },
         "Format to write; without it, by the extension of OUT");
     command.add_option("--bits", bits_, "Bits of a channel: 8 or 16 for PNG, PPM and PGM; 16 or 32 for EXR")
         ->check(CLI::IsMember({8, 16, 32}));
@@ -119,42 +148,90 @@ void Files::addOutput(CLI::App& command)
 
     // Before the work begins, not after it.
     command.parse_complete_callback([this] {
-        if (output_ == "-" && !format_)
+        if (output_ == "-" && !format_ && !packets_)
             throw CLI::ValidationError("OUT", "standard output needs --format");
         if (output_ == "-" && json_)
             throw CLI::ValidationError("--json", "standard output takes the picture already");
     });
 }
 
-Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
+std::vector<PacketImage> Files::chosen(PacketFile const& packets, std::string const& file) const
 {
-    koUtil::Progress* const progress = work("reading " + shown(file, "standard input"));
+    return layer_.empty() ? packets.images : std::vector{imageCalled(packets, layer_, inputName(file))};
+}
+
+// Reads by readWith(options) what the work takes, once or twice.
+template <class ReadWith>
+Picture Files::readAccepted(std::string const& file, bool (*takes)(PixelTypeId), ReadWith const& readWith)
+{
     koImageIO::ReadOptions options;
     options.pixelType = type_;
     options.layer = layer_;
     options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
-
-    Picture picture;
-    auto const readWith = [&](koImageIO::ReadOptions const& chosen) {
-        koUtil::Error const error =
-            file == "-" ? koImageIO::readPicture(standardInput(), "standard input", picture, chosen, progress)
-                        : koImageIO::readPicture(file, picture, chosen, progress);
-        if (error)
-            throw Failure(error.message());
-    };
-    readWith(options);
+    Picture picture = readWith(options);
 
     if (!takes(picture.image->pixelType()) && !type_) {
         auto const floats = floatsFor(*picture.image);
         options.pixelType = takes(floats) ? floats : PixelTypeId::Float3;
-        readWith(options);
+        picture = readWith(options);
     }
     if (!takes(picture.image->pixelType()))
-        throw Failure(shown(file, "standard input") + ": pixels of " + typeName(picture.image->pixelType()) +
+        throw Failure(inputName(file) + ": pixels of " + typeName(picture.image->pixelType()) +
                       " cannot be worked on so; --type chooses others");
 
-    tellMisfits(shown(file, "standard input"), picture.misfits);
+    tellMisfits(inputName(file), picture.misfits);
     return picture;
+}
+
+Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
+{
+    koUtil::Progress* const progress = work("reading " + inputName(file));
+    if (auto const packets = readPackets(file))
+        return read(imageCalled(*packets, layer_, inputName(file)), file, takes);
+
+    return readAccepted(file, takes, [&](koImageIO::ReadOptions const& options) {
+        Picture picture;
+        koUtil::Error const error =
+            isStreamed(file)
+                ? koImageIO::readPicture(streamed(file), inputName(file), picture, options, progress)
+                : koImageIO::readPicture(file, picture, options, progress);
+        if (error)
+            throw Failure(error.message());
+        return picture;
+    });
+}
+
+Picture Files::read(PacketImage const& stored, std::string const& file, bool (*takes)(PixelTypeId))
+{
+    return readAccepted(file, takes, [&](koImageIO::ReadOptions const& options) {
+        return pictureOf(stored, options, inputName(file));
+    });
+}
+
+std::unique_ptr<koPacketFile::ByteSource> Files::source(std::string const& file)
+{
+    if (isStreamed(file))
+        return std::make_unique<koPacketFile::MemorySource>(streamed(file));
+    auto opened = std::make_unique<koPacketFile::FileSource>(file);
+    if (!opened->isOpen())
+        throw Failure(file + ": cannot be read: " + std::strerror(errno));
+    return opened;
+}
+
+std::optional<PacketFile> Files::readPackets(std::string const& file)
+{
+    if (isStreamed(file)) {
+        if (!beginsAsPacketFile(streamed(file)))
+            return {};
+    } else {
+        std::array<char, 8> beginning{};
+        std::ifstream(file, std::ios::binary).read(beginning.data(), beginning.size());
+        if (!beginsAsPacketFile(std::as_bytes(std::span(beginning))))
+            return {};
+    }
+    auto packets = readPacketFile(*source(file));
+    packets.demandWhole(inputName(file));
+    return packets;
 }
 
 Picture Files::readAs(std::string const& file, PixelTypeId type)
@@ -195,18 +272,31 @@ void Files::save(std::string const& file, koImage::Image const& image, koImageIO
 Misfits Files::writePicture(std::string const& file, koImage::Image const& image,
                             koImageIO::WriteOptions options)
 {
-    koUtil::Progress* const progress = work("writing " + shown(file, "standard output"));
+    koUtil::Progress* const progress = work("writing " + outputName(file));
     // What speaks of the file that was read is not true of the one that is written.
     for (char const* const name : {"software", "exposure", "colorcorr", "scale"})
         options.metadata = without(std::move(options.metadata), name);
 
     Misfits misfits;
+    if (goesIntoPackets(file, options)) {
+        if (options.bits != 0 || !options.compression.empty())
+            throw Failure(outputName(file) +
+                          ": packet files keep pixels as they are: --bits and --compression mean nothing");
+        writePacketFile(file, [&](ioWriteContext& out) { koImage::packetFile::writeImage(out, &image); });
+        endLine();
+        return misfits;
+    }
     koUtil::Error const error = koImageIO::writePicture(file, image, misfits, options, progress);
     endLine();
     if (error)
         throw Failure(error.message());
-    tellMisfits(shown(file, "standard output"), misfits);
+    tellMisfits(outputName(file), misfits);
     return misfits;
+}
+
+bool Files::goesIntoPackets(std::string const& file, koImageIO::WriteOptions const& options) const
+{
+    return packets_ || (!options.format && namedAsPacketFile(file));
 }
 
 koUtil::Progress* Files::work(std::string step)
@@ -245,29 +335,41 @@ void Files::tellMisfits(std::string const& file, Misfits const& misfits)
         remark(file + ": values clamped: " + text);
 }
 
-std::vector<std::byte> const& Files::standardInput()
+// The bytes of a file that is streamed.
+std::vector<std::byte> const& Files::streamed(std::string const& file)
 {
-    if (standardInput_)
-        return *standardInput_;
+    auto const known = streams_.find(file);
+    if (known != streams_.end())
+        return known->second;
 
+    std::optional<koPacketFile::FileSource> named;
+    if (file != "-")
+        named.emplace(file);
     std::vector<std::byte> bytes;
     std::array<std::byte, 65536> block;
     for (;;) {
-        ssize_t const got = ::read(STDIN_FILENO, block.data(), block.size());
+        auto const got = named ? named->read(block) : ::read(STDIN_FILENO, block.data(), block.size());
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            throw Failure(std::string("standard input: ") + std::strerror(errno));
+            throw Failure(inputName(file) + ": cannot be read: " + std::strerror(errno));
         if (got == 0)
             break;
         bytes.insert(bytes.end(), block.begin(), block.begin() + got);
     }
-    return standardInput_.emplace(std::move(bytes));
+    return streams_[file] = std::move(bytes);
+}
+
+std::string inputName(std::string const& file)
+{
+    return file == "-" ? "standard input" : file;
 }
 
 char const* typeName(PixelTypeId type)
 {
-    return nameOf(types, type);
+    bool const isOther = std::any_of(otherTypes.begin(), otherTypes.end(),
+                                     [type](auto const& other) { return other.second == type; });
+    return nameOf(isOther ? otherTypes : types, type);
 }
 
 char const* formatName(PictureFormat format)

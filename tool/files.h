@@ -2,14 +2,19 @@
 //
 // "-" is standard input or output. Errors name the file; values that had to be clamped are counted and said
 // on standard error, unless --quiet.
+//
+// Where a picture file goes, a packet file may go too: known by its first bytes when it is read, and by the
+// extension .packets when it is written.
 #pragma once
 
 #include "koImageIO/picture.h"
+#include "tool/packet_file.h"
 #include "tool/progress_line.h"
 #include "tool/verb.h"
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,7 +39,8 @@ public:
     /// OUT; --format, --bits, --compression, --raw, --quiet, --json
     void addOutput(CLI::App& command);
 
-    /// Reads a picture; standard input as often as it is asked for.
+    /// Reads a picture; standard input as often as it is asked for. Of a packet file, the image that --layer
+    /// names, or the first.
     ///
     ///   takes   whether the work is defined for a pixel type. Where it is not for the type of the file, and
     ///           no type was asked for, the picture is read as floats, in linear light: Float where it is
@@ -42,7 +48,20 @@ public:
     ///           otherwise, and where those are not taken either
     koImageIO::Picture read(std::string const& file, bool (*takes)(koImage::PixelTypeId) = anyType);
 
-    /// The same as pixels of that type.
+    /// One image of a packet file in the same way.
+    koImageIO::Picture read(PacketImage const& stored, std::string const& file,
+                            bool (*takes)(koImage::PixelTypeId) = anyType);
+
+    /// What a packet file holds, which must be whole; none where the file is a picture.
+    std::optional<PacketFile> readPackets(std::string const& file);
+
+    /// The image that --layer names; without it, all of them.
+    std::vector<PacketImage> chosen(PacketFile const& packets, std::string const& file) const;
+
+    /// The bytes of a file, for as long as they are needed.
+    std::unique_ptr<koPacketFile::ByteSource> source(std::string const& file);
+
+    /// The same as read() as pixels of that type.
     koImageIO::Picture readAs(std::string const& file, koImage::PixelTypeId type);
 
     /// Writes the picture that the verb makes: its one output.
@@ -64,28 +83,36 @@ public:
 private:
     static bool anyType(koImage::PixelTypeId) { return true; }
 
+    template <class ReadWith>
+    koImageIO::Picture readAccepted(std::string const& file, bool (*takes)(koImage::PixelTypeId),
+                                    ReadWith const& readWith);
+    bool goesIntoPackets(std::string const& file, koImageIO::WriteOptions const& options) const;
     void addRaw(CLI::App& command);
     koImageIO::Misfits writePicture(std::string const& file, koImage::Image const& image,
                                     koImageIO::WriteOptions options);
     void tellMisfits(std::string const& file, koImageIO::Misfits const& misfits);
-    std::vector<std::byte> const& standardInput();
+    std::vector<std::byte> const& streamed(std::string const& file);
 
     bool quiet_ = false;
     bool json_ = false;
     bool raw_ = false;
     std::optional<koImage::PixelTypeId> type_;
     std::optional<koImageIO::PictureFormat> format_;
+    bool packets_ = false;  // the format is that of packet files
     std::string layer_;
     std::string compression_;
     std::string output_;
     int bits_ = 0;
-    std::optional<std::vector<std::byte>> standardInput_;
+    std::map<std::string, std::vector<std::byte>> streams_;  // what can be read but once
     std::unique_ptr<ProgressLine> line_;
 };
 
 /// The names that the options and the output use.
 char const* typeName(koImage::PixelTypeId type);
 char const* formatName(koImageIO::PictureFormat format);
+
+/// What messages call a file that is read.
+std::string inputName(std::string const& file);
 
 /// An option that takes one of a few names, each for a value.
 template <class Value, class Set>

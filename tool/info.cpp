@@ -59,6 +59,16 @@ void addPixel(Statistics& statistics, unsigned char p)
 {
     addPixel(statistics, {p});
 }
+void addPixel(Statistics& statistics, unsigned int p)
+{
+    statistics[0].add(p);
+}
+void addPixel(Statistics& statistics, Int4 const& p)
+{
+    std::size_t i = 0;
+    for (int const channel : {p.r, p.g, p.b, p.a})
+        statistics[i++].add(channel);
+}
 void addPixel(Statistics& statistics, float p)
 {
     addPixel(statistics, {p});
@@ -77,7 +87,7 @@ void addPixel(Statistics& statistics, FloatPixel4<T> const& p)
     addPixel(statistics, {p.r, p.g, p.b, p.a});
 }
 
-using FilePixels = PixelList<unsigned char, Byte4, Half4, float, Float3, Float4>;
+using FilePixels = PixelList<unsigned char, Byte4, unsigned int, Int4, Half4, float, Float3, Float4>;
 
 Statistics statisticsOf(Image const& image)
 {
@@ -107,18 +117,18 @@ std::int64_t total(Statistics const& statistics, std::int64_t ChannelStatistics:
     return sum;
 }
 
-nlohmann::ordered_json describe(std::string const& file, koImageIO::Picture const& picture)
+/// `source` tells where the picture comes from: the file, its format, and what it is in the file.
+nlohmann::ordered_json describe(nlohmann::ordered_json const& source, koImageIO::Picture const& picture)
 {
     Image& image = *picture.image;
     Statistics const statistics = statisticsOf(image);
-    auto const map = recogniseMap(image);
+    auto const map = image.holdsItsRows() ? recogniseMap(image) : nullptr;
 
-    nlohmann::ordered_json info = {{"file", file},
-                                   {"format", formatName(picture.format)},
-                                   {"width", image.width()},
-                                   {"height", image.height()},
-                                   {"type", typeName(image.pixelType())},
-                                   {"shape", map ? nlohmann::ordered_json(shapeName(*map)) : nullptr}};
+    nlohmann::ordered_json info = source;
+    info["width"] = image.width();
+    info["height"] = image.height();
+    info["type"] = typeName(image.pixelType());
+    info["shape"] = map ? nlohmann::ordered_json(shapeName(*map)) : nullptr;
     info["min"] = finiteValues(statistics, [](auto const& c) { return c.smallest; });
     info["max"] = finiteValues(statistics, [](auto const& c) { return c.largest; });
     info["mean"] =
@@ -130,6 +140,27 @@ nlohmann::ordered_json describe(std::string const& file, koImageIO::Picture cons
     for (auto const& [name, text] : picture.metadata)
         info["metadata"][name] = text;
     return info;
+}
+
+/// The name of the packet file's image, or null.
+nlohmann::ordered_json nameIn(PacketFile const& packets, Image const* image)
+{
+    for (PacketImage const& stored : packets.images)
+        if (stored.image.get() == image)
+            return stored.name();
+    return nullptr;
+}
+
+nlohmann::ordered_json describe(PacketFile const& packets, SavedLight const& light)
+{
+    auto const* const probe = light.lighting.getReflectionMap();
+    auto lobes = nlohmann::ordered_json::array();
+    for (SavedLobe const& lobe : light.lobes)
+        lobes.push_back({{"lobe", lobe.name}, {"image", nameIn(packets, lobe.map.get())}});
+    return {{"probe", light.probe},
+            {"image", probe != nullptr ? nameIn(packets, probe->image()) : nullptr},
+            {"usable", light.lighting.haveUsableLightProbe()},
+            {"lobes", lobes}};
 }
 
 void printLine(std::string const& name, std::string const& text)
@@ -154,6 +185,8 @@ void printText(nlohmann::ordered_json const& info)
 {
     std::cout << printable(info["file"]) << '\n';
     printLine("format", info["format"]);
+    if (info.contains("image"))
+        printLine("image", info["image"]);
     printLine("size",
               std::to_string(info["width"].get<int>()) + " x " + std::to_string(info["height"].get<int>()));
     printLine("type", info["type"]);
@@ -168,23 +201,66 @@ void printText(nlohmann::ordered_json const& info)
         printLine("  " + name, text);
 }
 
+void printLighting(nlohmann::ordered_json const& info)
+{
+    auto const imageName = [](nlohmann::ordered_json const& image) {
+        return image.is_null() ? "lost" : image.get<std::string>();
+    };
+    auto const& lighting = info["lighting"];
+    std::cout << printable(info["file"]) << '\n';
+    printLine("format", info["format"]);
+    printLine("lighting by", lighting["probe"]);
+    printLine("probe", imageName(lighting["image"]) + (lighting["usable"] ? "" : ", not usable"));
+    for (auto const& lobe : lighting["lobes"])
+        printLine(lobe["lobe"], imageName(lobe["image"]));
+}
+
 struct Info {
     Files files;
     std::vector<std::string> names;
     bool json = false;
 };
 
+void tell(Info& info, nlohmann::ordered_json const& source, koImageIO::Picture const& picture)
+{
+    info.files.work("looking at " + source["file"].get<std::string>());
+    auto const description = describe(source, picture);
+    info.files.endLine();
+    if (info.json)
+        std::cout << jsonText(description) << '\n';
+    else
+        printText(description);
+}
+
+void tell(Info& info, std::string const& file, PacketFile const& packets)
+{
+    nlohmann::ordered_json source = {{"file", file}, {"format", "packets"}};
+    for (PacketImage const& stored : info.files.chosen(packets, file)) {
+        source["image"] = stored.name();
+        koImageIO::Picture picture;
+        picture.image = stored.image;
+        tell(info, source, stored.image->holdsItsRows() ? info.files.read(stored, file) : picture);
+    }
+    source.erase("image");
+    info.files.endLine();
+    for (auto const& light : packets.lights) {
+        source["lighting"] = describe(packets, *light);
+        if (info.json)
+            std::cout << jsonText(source) << '\n';
+        else
+            printLighting(source);
+    }
+}
+
 void run(Info& info)
 {
     for (std::string const& name : info.names) {
+        if (auto const packets = info.files.readPackets(name)) {
+            tell(info, name, *packets);
+            continue;
+        }
         auto const picture = info.files.read(name);
-        info.files.work("looking at " + name);
-        auto const description = describe(name, picture);
-        info.files.endLine();
-        if (info.json)
-            std::cout << jsonText(description) << '\n';
-        else
-            printText(description);
+        tell(info, {{"file", name}, {"format", formatName(picture.format)}}, picture);
     }
 }
 

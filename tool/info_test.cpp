@@ -1,4 +1,6 @@
-#include "tool/testing/command.h"
+#include "koImage/image/fill.h"
+#include "koImage/testing/test_images.h"
+#include "tool/testing/packets.h"
 
 #include <gmock/gmock.h>
 
@@ -172,6 +174,37 @@ TEST(Info, StopsAtTheFirstFileThatCannotBeRead)
     auto const outcome = koimage({"info", folder / "none.ppm", folder / "a.ppm"});
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_EQ("", outcome.out);
+}
+
+TEST(Info, TellsOfEveryImageOfAPacketFileOrTheOneThatIsNamed)
+{
+    Folder const folder;
+    auto const first = koImage::testing::imageOf<unsigned int>({1, 1});
+    first->pixels()[0] = 4000000000u;
+    auto const second = koImage::testing::imageOf<koImage::Byte4>({4, 2});
+    koImage::fillBlack(*second);
+    auto const third = koImage::testing::imageOf<koImage::Float3>({0, 0});
+    writeFile(folder / "a.packets", packetFile({first.get(), second.get(), third.get()}));
+
+    auto outcome = koimage({"info", "--json", folder / "a.packets"});
+    EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+    std::istringstream lines(outcome.out);
+    std::vector<json> images;
+    for (std::string line; std::getline(lines, line);)
+        images.push_back(json::parse(line));
+    ASSERT_EQ(3u, images.size());
+    EXPECT_EQ("packets", images[0]["format"]);
+    EXPECT_EQ("image-1", images[0]["image"]);
+    EXPECT_EQ("UInt", images[0]["type"]);
+    EXPECT_EQ(json({4000000000.0}), images[0]["max"]);
+    EXPECT_EQ("image-2", images[1]["image"]);
+    EXPECT_EQ("latlong", images[1]["shape"]);
+    EXPECT_EQ(0, images[2]["width"]);
+    EXPECT_EQ(json({nullptr, nullptr, nullptr}), images[2]["max"]);
+
+    EXPECT_EQ(images[1], json::parse(koimage({"info", "--json", folder / "a.packets", "--layer", "2"}).out));
+    EXPECT_THAT(koimage({"info", folder / "a.packets"}).out,
+                HasSubstr("\n  format        packets\n  image         image-2\n  size          4 x 2\n"));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "tool/library_output.h"
 #include "tool/lobe.h"
 #include "tool/rotation_cache.h"
+#include "tool/saved_light.h"
 #include "tool/shapes.h"
 #include "tool/sheet.h"
 #include "tool/stopwatch.h"
@@ -39,19 +40,10 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// What the analysis of a lobe's coefficients found, for its red channel: ready lobes are grey.
-struct Analysis {
-    double energy = 0.0;            ///< of the lobe: the integral of its square
-    double captured = 0.0;          ///< the part of it that the coefficients hold
-    std::optional<int> lightOrder;  ///< degrees of light that hold 97 %; none where all of them hold less
-};
-
 struct LitLobe {
-    std::string name;
+    SavedLobe found;
     std::string fileName;
     MapReference map;
-    Analysis analysis;
-    double milliseconds = 0.0;
 };
 
 struct Light {
@@ -61,6 +53,7 @@ struct Light {
     std::vector<std::string> lobeNames;
     std::vector<Lobe> lobes;
     std::string rotations;
+    std::string save;
     bool clampNegative = false;
     bool json = false;
 
@@ -142,36 +135,82 @@ Analysis analysisIn(std::string const& printed)
     return analysis;
 }
 
-std::vector<LitLobe> lightLobes(Light& light, ImageBasedLighting& lighting)
+/// What was lit before of a lobe, or null.
+SavedLobe* savedLobe(SavedLight& saved, std::string const& name)
+{
+    auto const found = std::find_if(saved.lobes.begin(), saved.lobes.end(), [&](SavedLobe const& lobe) {
+        return lobe.name == name && lobe.map != nullptr;
+    });
+    return found != saved.lobes.end() ? &*found : nullptr;
+}
+
+int unusedKey(SavedLight const& saved)
+{
+    std::set<int> used;
+    for (SavedLobe const& lobe : saved.lobes)
+        used.insert(lobe.key);
+    int key = 0;
+    while (used.contains(key))
+        ++key;
+    return key;
+}
+
+/// Lights a lobe that the saved light lacks.
+void lightLobe(Light& light, SavedLight& saved, Lobe& lobe)
+{
+    koUtil::Progress* const progress = light.files.work("lighting " + lobe.name);
+    light.watch.nameWork(lobe.name);
+    std::size_t const first = light.watch.stages().size();
+
+    SavedLobe result{lobe.name, unusedKey(saved), nullptr, {}, 0.0};
+    // Each function is known to the lighting by its key.
+    lobe.reflectance->setKey(result.key);
+    {
+        LibraryOutput output;
+        auto const* const map = saved.lighting.getSpecularMap(*lobe.reflectance, progress);
+        result.map = map != nullptr ? map->image() : nullptr;
+        result.analysis = analysisIn(output.text());
+    }
+    if (!result.map)
+        throw Failure(light.probeName() + ": no specular map of " + lobe.name);
+    if (!result.analysis.lightOrder)
+        light.files.remark(lobe.name +
+                           ": too narrow for 20 degrees of light: rings show around what is bright");
+    auto const& stages = light.watch.stages();
+    for (std::size_t i = first; i < stages.size(); ++i)
+        result.milliseconds += stages[i].milliseconds;
+    light.watch.nameWork("");
+
+    // One of that name has lost its map.
+    std::erase_if(saved.lobes, [&](SavedLobe const& old) { return old.name == lobe.name; });
+    saved.lobes.push_back(std::move(result));
+}
+
+/// The map of a lobe that is lit. What was saved may be anything.
+MapReference mapOf(Light const& light, SavedLight& saved, Lobe& lobe)
+{
+    SavedLobe const& found = *savedLobe(saved, lobe.name);
+    lobe.reflectance->setKey(found.key);
+    LibraryOutput const output;
+    MapReference map = saved.lighting.getSpecularMap(*lobe.reflectance, nullptr);
+    auto const* const image = dynamic_cast<Colours const*>(found.map.get());
+    if (!map || image == nullptr || map->image() != image || verifyLightProbe(*image))
+        throw Failure(light.probeName() + ": holds no specular map of " + lobe.name);
+    return map;
+}
+
+std::vector<LitLobe> lightLobes(Light& light, SavedLight& saved)
 {
     std::vector<LitLobe> lit;
     for (Lobe& lobe : light.lobes) {
-        koUtil::Progress* const progress = light.files.work("lighting " + lobe.name);
-        // Each function is known to the lighting by its key.
-        lobe.reflectance->setKey(static_cast<int>(lit.size()));
-        light.watch.nameWork(lobe.name);
-        std::size_t const first = light.watch.stages().size();
-
-        LitLobe result{lobe.name, lobe.fileName(), nullptr, {}, 0.0};
-        {
-            LibraryOutput output;
-            result.map = lighting.getSpecularMap(*lobe.reflectance, progress);
-            result.analysis = analysisIn(output.text());
-        }
-        if (!result.map)
-            throw Failure(light.probeName() + ": no specular map of " + lobe.name);
-        if (!result.analysis.lightOrder)
-            light.files.remark(lobe.name +
-                               ": too narrow for 20 degrees of light: rings show around what is bright");
-        auto const& stages = light.watch.stages();
-        for (std::size_t i = first; i < stages.size(); ++i)
-            result.milliseconds += stages[i].milliseconds;
-        lit.push_back(std::move(result));
+        if (savedLobe(saved, lobe.name) == nullptr)
+            lightLobe(light, saved, lobe);
+        auto const map = mapOf(light, saved, lobe);
+        lit.push_back({*savedLobe(saved, lobe.name), lobe.fileName(), map});
     }
-    light.watch.nameWork("");
     // Mirror-like first: narrow lobes have much energy.
     std::stable_sort(lit.begin(), lit.end(), [](LitLobe const& a, LitLobe const& b) {
-        return a.analysis.energy > b.analysis.energy;
+        return a.found.analysis.energy > b.found.analysis.energy;
     });
     return lit;
 }
@@ -221,11 +260,12 @@ void saveText(Light& light, std::string const& name, std::string const& text)
 
 Json describe(LitLobe const& lobe)
 {
-    return {{"lobe", lobe.name},
+    auto const& [energy, captured, lightOrder] = lobe.found.analysis;
+    return {{"lobe", lobe.found.name},
             {"file", lobe.fileName + ".exr"},
-            {"energy", lobe.analysis.energy},
-            {"capturedEnergy", lobe.analysis.captured},
-            {"lightOrder", lobe.analysis.lightOrder ? Json(*lobe.analysis.lightOrder) : Json()}};
+            {"energy", energy},
+            {"capturedEnergy", captured},
+            {"lightOrder", lightOrder ? Json(*lightOrder) : Json()}};
 }
 
 Json describe(Stopwatch const& watch)
@@ -242,11 +282,11 @@ std::string inMilliseconds(double time)
 }
 
 /// What stands beside the panorama: the probe, and the stages before the lobes, which are long ones.
-std::vector<std::string> notesOf(Light const& light, Colours const& probe, Display const& display)
+std::vector<std::string> notesOf(SavedLight const& saved, Colours const& probe, Display const& display)
 {
     char exposure[32];
     std::snprintf(exposure, sizeof exposure, "exposure %+.1f stops", double{display.exposure()});
-    std::vector<std::string> notes = {std::filesystem::path(light.probeName()).filename().string(),
+    std::vector<std::string> notes = {std::filesystem::path(inputName(saved.probe)).filename().string(),
                                       std::to_string(probe.width()) + " x " + std::to_string(probe.height()) +
                                           " pixels",
                                       exposure,
@@ -254,13 +294,13 @@ std::vector<std::string> notesOf(Light const& light, Colours const& probe, Displ
                                       "seen with the light over",
                                       "the right shoulder",
                                       ""};
-    for (auto const& stage : light.watch.stages())
+    for (auto const& stage : saved.stages)
         if (stage.name.find(':') == std::string::npos)
             notes.push_back(stage.name + " " + inMilliseconds(stage.milliseconds));
     return notes;
 }
 
-std::vector<std::string> labelOf(LitLobe const& lobe)
+std::vector<std::string> labelOf(SavedLobe const& lobe)
 {
     char captured[32];
     std::snprintf(captured, sizeof captured, "energy held %.1f %%", 100 * lobe.analysis.captured);
@@ -270,33 +310,106 @@ std::vector<std::string> labelOf(LitLobe const& lobe)
             inMilliseconds(lobe.milliseconds)};
 }
 
-ColoursReference makeSheet(Light const& light, EnvironmentMap const& probe, IrradianceAlg const& sums,
-                           EnvironmentMap const& diffuse, std::vector<LitLobe> const& lit,
-                           Display const& display)
+ColoursReference makeSheet(SavedLight const& saved, IrradianceAlg const& sums, EnvironmentMap const& diffuse,
+                           std::vector<LitLobe> const& lit, Display const& display)
 {
     std::vector<Ball> balls = {{&diffuse, {"diffuse", "nine coefficients", "light order 2"}}};
     for (LitLobe const& lobe : lit)
-        balls.push_back({lobe.map.get(), labelOf(lobe)});
-    auto const notes = notesOf(light, static_cast<Colours const&>(*probe.image()), display);
+        balls.push_back({lobe.map.get(), labelOf(lobe.found)});
+    EnvironmentMap const& probe = *saved.lighting.getReflectionMap();
+    auto const notes = notesOf(saved, static_cast<Colours const&>(*probe.image()), display);
     return drawSheet(probe, viewLongitude(sums), balls, notes, display);
 }
 
-void run(Light& light)
+/// Light that was saved before, or null where the file is a picture.
+std::unique_ptr<SavedLight> readSaved(Light& light)
+{
+    auto packets = light.files.readPackets(light.probe);
+    if (!packets || packets->lights.empty())
+        return nullptr;
+    auto saved = std::move(packets->lights.front());
+
+    auto const* const probe = saved->lighting.getReflectionMap();
+    auto const* const image = probe != nullptr ? dynamic_cast<Colours const*>(probe->image()) : nullptr;
+    if (image == nullptr || verifyLightProbe(*image))
+        throw Failure(light.probeName() + ": holds lighting, but not its probe");
+    if (light.clampNegative)
+        throw Failure(light.probeName() + ": was lit before; --clamp-negative is for pictures");
+    return saved;
+}
+
+std::unique_ptr<SavedLight> readProbe(Light& light)
 {
     auto const picture = light.files.readAs(light.probe, PixelTypeId::Float3);
     ColoursReference const image = asProbe(*picture.image);
     treatNegatives(light, *image);
     if (koUtil::Error const error = verifyLightProbe(*image))
         throw Failure(light.probeName() + ": " + error.message());
-    light.watch.lap("reading");
 
-    // Before any work: without matrices there is no light.
+    auto saved = std::make_unique<SavedLight>();
+    saved->probe = light.probe;
+    koUtil::Error error;
+    saved->lighting.setLightProbe(image.get(), error);
+    if (error)
+        throw Failure(light.probeName() + ": " + error.message());
+    return saved;
+}
+
+/// Without matrices there is no light.
+void readRotations(Light& light)
+{
     std::string const rotations = light.rotations.empty() ? cachedRotationFile(light.files)
                                                           : checkedRotationFile(light.files, light.rotations);
     ImageBasedLighting::setRotationMatrixFilename(rotations);
     if (!initializeReflectance(rotations.c_str(), light.files.work("reading rotation matrices")))
         throw Failure(rotations + ": cannot be read");
-    light.watch.lap("rotation matrices");
+}
+
+void chooseLobes(Light& light, std::vector<std::string> const& names)
+{
+    std::set<std::string> chosen;
+    for (std::string const& name : names) {
+        if (!chosen.insert(name).second)
+            throw CLI::ValidationError("--lobe", name + ": is asked for twice");
+        light.lobes.push_back(parseLobe(name));
+    }
+}
+
+/// Where the user names no lobes: those that were lit before, or the usual ones.
+void chooseLobes(Light& light, SavedLight const* saved)
+{
+    if (!light.lobes.empty())
+        return;
+    std::vector<std::string> names = {"phong:50", "phong:15", "ggx:0.7"};
+    if (saved != nullptr) {
+        names.clear();
+        for (SavedLobe const& lobe : saved->lobes)
+            names.push_back(lobe.name);
+    }
+    try {
+        chooseLobes(light, names);
+    } catch (CLI::ValidationError const& error) {
+        throw Failure(light.probeName() + ": " + error.what());
+    }
+}
+
+void run(Light& light)
+{
+    auto saved = readSaved(light);
+    chooseLobes(light, saved.get());
+    bool const isNew = saved == nullptr;
+    if (isNew)
+        saved = readProbe(light);
+    light.watch.lap("reading");
+
+    // Before any work. What was lit before needs no matrices.
+    bool const computes = isNew || std::any_of(light.lobes.begin(), light.lobes.end(), [&](Lobe const& lobe) {
+                              return savedLobe(*saved, lobe.name) == nullptr;
+                          });
+    if (computes) {
+        readRotations(light);
+        light.watch.lap("rotation matrices");
+    }
 
     // Before the work as well, but after all that is to be refused.
     std::error_code problem;
@@ -305,12 +418,8 @@ void run(Light& light)
         throw Failure(light.folder + ": " + problem.message());
 
     light.files.work("lighting");
-    ImageBasedLighting lighting;
-    koUtil::Error error;
-    lighting.setLightProbe(image.get(), error);
-    if (error)
-        throw Failure(light.probeName() + ": " + error.message());
-    auto const probeMap = reducedProbe(*lighting.getReflectionMap());
+    EnvironmentMap const& probe = *saved->lighting.getReflectionMap();
+    auto const probeMap = reducedProbe(probe);
     light.watch.lap("probe map");
 
     IrradianceAlg sums;
@@ -324,15 +433,18 @@ void run(Light& light)
     std::vector<LitLobe> lit;
     {
         StageObserver const observer(light.watch);
-        lighting.updateLightCoeffs(nullptr);
-        lit = lightLobes(light, lighting);
+        if (computes)
+            saved->lighting.updateLightCoeffs(nullptr);
+        lit = lightLobes(light, *saved);
     }
+    if (isNew)
+        saved->stages = light.watch.stages();
 
     // A white surface in the brightest light is nearly white: as a photographer would expose it.
     float const most = brightest(static_cast<Colours const&>(*diffuse->image()));
     Display const display(most > 0.0f ? 1.25f * most : 1.0f);
     light.files.work("drawing the sheet");
-    auto const sheet = makeSheet(light, *lighting.getReflectionMap(), sums, *diffuse, lit, display);
+    auto const sheet = makeSheet(*saved, sums, *diffuse, lit, display);
     light.watch.lap("sheet");
 
     savePng(light, "sheet.png", *sheet);
@@ -345,15 +457,19 @@ void run(Light& light)
     for (LitLobe const& lobe : lit)
         lobes.push_back(describe(lobe));
     Json const about = {{"probe",
-                         {{"file", light.probe},
-                          {"shape", shapeName(*lighting.getReflectionMap())},
-                          {"width", image->width()},
-                          {"height", image->height()}}},
+                         {{"file", saved->probe},
+                          {"shape", shapeName(probe)},
+                          {"width", probe.image()->width()},
+                          {"height", probe.image()->height()}}},
                         {"exposure", display.exposure()},
                         {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
     saveText(light, "lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    if (!light.save.empty()) {
+        writePacketFile(light.save, [&](ioWriteContext& out) { saved->write(out); });
+        light.written.push_back(light.save);
+    }
     light.watch.lap("writing");
 
     light.files.endLine();
@@ -368,34 +484,24 @@ void run(Light& light)
         std::cout << printable(file) << '\n';
 }
 
-void checkLobes(Light& light)
-{
-    if (light.lobeNames.empty())
-        light.lobeNames = {"phong:50", "phong:15", "ggx:0.7"};
-    std::set<std::string> names;
-    for (std::string const& name : light.lobeNames) {
-        if (!names.insert(name).second)
-            throw CLI::ValidationError("--lobe", name + ": is asked for twice");
-        light.lobes.push_back(parseLobe(name));
-    }
-}
-
 void add(CLI::App& command)
 {
     auto const light = std::make_shared<Light>();
     command
         .add_option("PROBE", light->probe,
                     "The light probe, lat-long or cross, - for standard input; its shape is known by its "
-                    "proportions")
+                    "proportions. Or a file that --save wrote, to go on from")
         ->required();
     command.add_option("-o,--output", light->folder, "The folder to write to, made where it is missing")
         ->required();
     command
         .add_option("--lobe", light->lobeNames,
                     "A surface to light: phong:EXPONENT (0 to 200), ggx:ROUGHNESS (0.2 to 1) or lambert; as "
-                    "often as you like. Without it phong:50, phong:15 and ggx:0.7")
+                    "often as you like. Without it phong:50, phong:15 and ggx:0.7, or what was saved")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command.add_option("--save", light->save,
+                       "A packet file to save the lighting in, so that it need not be computed again");
     command.add_option("--rotations", light->rotations,
                        "File of rotation matrices; without it the one in the cache folder, made once");
     command.add_flag("--clamp-negative", light->clampNegative, "Take values of the probe below 0 for 0");
@@ -404,7 +510,9 @@ void add(CLI::App& command)
     command.add_flag("--json", light->json,
                      "Tell on standard output as JSON what was written, and how long each stage took");
     command.callback([light] {
-        checkLobes(*light);
+        chooseLobes(*light, light->lobeNames);
+        if (light->save == "-")
+            throw CLI::ValidationError("--save", "standard output takes the report already");
         run(*light);
     });
 }
@@ -413,7 +521,9 @@ void add(CLI::App& command)
 
 Verb const lightVerb = {"light", "The diffuse light and specular maps of a light probe",
                         "koimage light probe.exr -o lit\n"
-                        "koimage light probe.exr -o lit --lobe phong:50 --lobe ggx:0.3 --lobe ggx:0.8",
+                        "koimage light probe.exr -o lit --lobe phong:50 --lobe ggx:0.3 --lobe ggx:0.8\n"
+                        "koimage light probe.exr -o lit --save probe.packets\n"
+                        "koimage light probe.packets -o more --lobe phong:50 --lobe lambert",
                         add};
 
 }  // namespace koTool

@@ -1,14 +1,17 @@
 // Lights the labelled probe and others made by hand. All tests of one process share a file of rotation
 // matrices in a cache folder of its own.
 
-#include "tool/testing/command.h"
+#include "koImage/testing/test_images.h"
+#include "tool/testing/packets.h"
 
 #include <gmock/gmock.h>
 
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
+#include <map>
 
 namespace koTool::testing {
 namespace {
@@ -351,6 +354,239 @@ TEST_F(Light, RefusesBallsAndPicturesThatAreNoProbes)
         auto const outcome = koimage({"light", folder / "p.ppm", "-o", folder / "out"});
         EXPECT_EQ(1, outcome.exitCode);
         EXPECT_THAT(outcome.err, HasSubstr("p.ppm: "));
+    }
+}
+
+/// The files of a folder by name.
+std::map<std::string, std::string> contentsOf(std::string const& folder)
+{
+    std::map<std::string, std::string> contents;
+    for (auto const& entry : std::filesystem::directory_iterator(folder))
+        contents[entry.path().filename()] = readFile(entry.path());
+    return contents;
+}
+
+std::vector<std::string> names(std::map<std::string, std::string> const& contents)
+{
+    std::vector<std::string> all;
+    for (auto const& [name, content] : contents)
+        all.push_back(name);
+    return all;
+}
+
+TEST_F(Light, GoesOnFromASavedFileToTheBit)
+{
+    std::string const saved = folder / "saved.packets";
+    for (std::string const shape : {"latlong", "cross"}) {
+        json const first = light(labelledProbe({shape, "--size", "64"}),
+                                 {"--lobe", "ggx:0.5", "--lobe", "phong:20", "--save", saved});
+        EXPECT_THAT(first["files"], Contains(saved));
+        auto const expected = contentsOf(folder / "out");
+        std::filesystem::remove_all(folder / "out");
+
+        // Without matrices, and with no folder to make them in: nothing is computed again.
+        auto const outcome =
+            shell("unset XDG_CACHE_HOME HOME; koimage light '" + saved + "' -o '" + folder / "out" + "'");
+        EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+        auto const again = contentsOf(folder / "out");
+        EXPECT_EQ(names(expected), names(again));
+        for (auto const& [name, content] : expected)
+            EXPECT_TRUE(content == again.at(name)) << name;
+        std::filesystem::remove_all(folder / "out");
+    }
+}
+
+TEST_F(Light, ComputesWhatASavedFileLacksAndSavesItWithTheRest)
+{
+    std::string const probe = labelledProbe();
+    std::string const saved = folder / "saved.packets";
+    std::vector<std::string> const all = {"--lobe", "phong:20", "--lobe", "lambert", "--lobe", "ggx:0.5"};
+    light(probe, all);
+    auto const expected = contentsOf(folder / "out");
+    std::filesystem::remove_all(folder / "out");
+
+    light(probe, {"--lobe", "phong:20", "--save", saved});
+    std::filesystem::remove_all(folder / "out");
+    json const more = light(saved, {"--lobe", "lambert", "--lobe", "ggx:0.5", "--save", saved});
+    EXPECT_EQ(2u, more["lobes"].size());
+    for (json const& stage : more["timings"])
+        EXPECT_THAT(stage["stage"].get<std::string>(), Not(HasSubstr("phong:20")));
+    EXPECT_FALSE(std::filesystem::exists(folder / "out/phong-20.exr"));
+    std::filesystem::remove_all(folder / "out");
+
+    light(saved);
+    // But for the times on the sheet.
+    auto const again = contentsOf(folder / "out");
+    EXPECT_EQ(names(expected), names(again));
+    for (auto const& [name, content] : expected)
+        EXPECT_TRUE(content == again.at(name) || name == "sheet.png") << name;
+}
+
+TEST_F(Light, IsToldOfByInfoAndList)
+{
+    std::string const saved = folder / "saved.packets";
+    light(labelledProbe(), {"--lobe", "phong:20", "--lobe", "ggx:0.5", "--save", saved});
+    EXPECT_EQ(0, koimage({"packet", "verify", saved}).exitCode);
+
+    std::istringstream lines(koimage({"info", "--json", saved}).out);
+    std::vector<json> about;
+    for (std::string line; std::getline(lines, line);)
+        about.push_back(json::parse(line));
+    ASSERT_EQ(4u, about.size()) << "three images and the lighting";
+    EXPECT_EQ((json{{"file", saved},
+                    {"format", "packets"},
+                    {"lighting",
+                     {{"probe", folder / "probe.exr"},
+                      {"image", "image-1"},
+                      {"usable", true},
+                      {"lobes",
+                       {{{"lobe", "phong:20"}, {"image", "image-2"}},
+                        {{"lobe", "ggx:0.5"}, {"image", "image-3"}}}}}}}),
+              about[3]);
+    EXPECT_THAT(koimage({"info", saved}).out,
+                HasSubstr("\n  lighting by   " + folder / "probe.exr" +
+                          "\n  probe         image-1\n  phong:20      image-2\n  ggx:0.5       image-3\n"));
+
+    json const list = json::parse(koimage({"packet", "list", "--json", saved}).out);
+    EXPECT_EQ("koimage.light", list["packets"].back()["type"]);
+    EXPECT_EQ(json({1, 2, 3}), list["packets"].back()["references"]);
+    auto const picture = koimage({"convert", saved, folder / "map.exr", "--layer", "image-2"});
+    EXPECT_EQ(0, picture.exitCode) << picture.err;
+    EXPECT_TRUE(
+        koImage::testing::samePixels(*colours(folder / "out/phong-20.exr"), *colours(folder / "map.exr")));
+}
+
+TEST_F(Light, ComputesAMapAgainThatARecoveredFileHasLost)
+{
+    std::string const saved = folder / "saved.packets";
+    light(labelledProbe(), {"--lobe", "phong:20", "--lobe", "ggx:0.5", "--save", saved});
+    auto const expected = contentsOf(folder / "out");
+    std::filesystem::remove_all(folder / "out");
+
+    // The first packets of the three images, in the order of the file.
+    std::vector<std::size_t> images;
+    json const list = json::parse(koimage({"packet", "list", "--json", saved}).out);
+    for (json const& packet : list["packets"])
+        if (packet["type"] == "ko.lb.image")
+            images.push_back(packet["byte"]);
+    ASSERT_EQ(3u, images.size());
+    std::string const whole = readFile(saved);
+    auto const lose = [&](std::size_t at) {
+        std::string damaged = whole;
+        damaged[at + 40] ^= 1;
+        writeFile(folder / "damaged.packets", damaged);
+        auto const refused = koimage({"light", folder / "damaged.packets", "-o", folder / "out"});
+        EXPECT_EQ(1, refused.exitCode);
+        EXPECT_THAT(refused.err, HasSubstr("koimage packet recover"));
+        auto const outcome =
+            koimage({"packet", "recover", folder / "damaged.packets", "-o", folder / "recovered.packets"});
+        EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+        EXPECT_EQ(0, koimage({"packet", "verify", folder / "recovered.packets"}).exitCode);
+    };
+    lose(images[1]);
+    EXPECT_THAT(koimage({"info", folder / "recovered.packets"}).out, HasSubstr("\n  phong:20      lost\n"));
+    light(folder / "recovered.packets");
+    auto const again = contentsOf(folder / "out");
+    EXPECT_EQ(names(expected), names(again));
+    for (auto const& [name, content] : expected)
+        EXPECT_TRUE(content == again.at(name) || name == "sheet.png") << name;
+
+    lose(images[0]);
+    auto const outcome = koimage({"light", folder / "recovered.packets", "-o", folder / "out"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("recovered.packets: holds lighting, but not its probe"));
+}
+
+TEST_F(Light, TakesThePictureOfAPacketFileForAProbe)
+{
+    std::string const probe = labelledProbe();
+    EXPECT_EQ(0, koimage({"convert", probe, folder / "probe.packets"}).exitCode);
+    light(probe, {"--lobe", "phong:20"});
+    std::string const map = readFile(folder / "out/phong-20.exr");
+    light(folder / "probe.packets", {"--lobe", "phong:20"});
+    EXPECT_TRUE(map == readFile(folder / "out/phong-20.exr"));
+}
+
+TEST_F(Light, RefusesToSaveOrToGoOnWhereThatMakesNoSense)
+{
+    std::string const probe = labelledProbe();
+    EXPECT_EQ(2, koimage({"light", probe, "-o", folder / "out", "--save", "-"}).exitCode);
+    auto outcome = koimage(
+        {"light", probe, "-o", folder / "out", "--lobe", "phong:5", "--save", folder / "no/a.packets"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("no/a.packets: cannot be written: "));
+
+    std::string const saved = folder / "saved.packets";
+    light(probe, {"--lobe", "phong:5", "--save", saved});
+    outcome = koimage({"light", saved, "-o", folder / "out", "--clamp-negative"});
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("--clamp-negative is for pictures"));
+}
+
+/// A saved light of one lobe that says what a test wants.
+std::string savedByHand(std::string const& lobe, double energy, koImage::Image const* map)
+{
+    auto const probe = koImage::testing::randomImage<Float3>({4, 2}, 1);
+    std::array<double, 16> const zeros{};
+    return packetFile([&](ioWriteContext& out) {
+        auto const text = [&](std::string const& letters) {
+            out.writeBytes(reinterpret_cast<std::uint8_t const*>(letters.data()), letters.size());
+        };
+        out.startPacket("koimage.light", nullptr);
+        out.startSubPacket();
+        out.writeBool(true);
+        out.startSubPacket();
+        for (int i = 0; i < 3; ++i)
+            out.writeDoubles(zeros.data(), zeros.size());
+        out.endSubPacket();
+        koImage::packetFile::writeImage(out, probe.get());
+        out.writeReference(probe.get());
+        out.writeInt(1);
+        koImage::packetFile::writeImage(out, map);
+        out.startSubPacket();
+        out.writeInt(0);
+        out.writeReference(map);
+        out.endSubPacket();
+        out.endSubPacket();
+        text("p.exr");
+        out.writeInt(1);
+        out.startSubPacket();
+        text(lobe);
+        out.writeInt(0);
+        out.writeReference(map);
+        out.writeInt(5);
+        std::array<double, 3> const numbers{energy, 0.5, 7.0};
+        out.writeDoubles(numbers.data(), numbers.size());
+        out.endSubPacket();
+        out.writeInt(0);
+        out.endPacket();
+    });
+}
+
+TEST_F(Light, TrustsNothingThatASavedFileSays)
+{
+    auto const map = koImage::testing::randomImage<Float3>({4, 2}, 2);
+    auto const run = [&](std::string const& bytes) {
+        writeFile(folder / "a.packets", bytes);
+        return koimage({"light", folder / "a.packets", "-o", folder / "out"});
+    };
+    EXPECT_EQ(0, run(savedByHand("phong:5", 1.0, map.get())).exitCode) << "what is right passes";
+    std::filesystem::remove_all(folder / "out");
+
+    double const nan = std::numeric_limits<double>::quiet_NaN();
+    auto const wrongType = koImage::testing::randomImage<koImage::Byte4>({4, 2}, 2);
+    auto const wrongShape = koImage::testing::randomImage<Float3>({3, 2}, 2);
+    auto const infinite = koImage::testing::randomImage<Float3>({4, 2}, 2);
+    infinite->pixels()[3].g = std::numeric_limits<float>::infinity();
+    for (std::string const& bytes :
+         {savedByHand("../../phong:5", 1.0, map.get()), savedByHand("phong:5000", 1.0, map.get()),
+          savedByHand(std::string(5000, 'x'), 1.0, map.get()), savedByHand("phong:5", nan, map.get()),
+          savedByHand("phong:5", -1.0, map.get()), savedByHand("phong:5", 1.0, wrongType.get()),
+          savedByHand("phong:5", 1.0, wrongShape.get()), savedByHand("phong:5", 1.0, infinite.get())}) {
+        auto const outcome = run(bytes);
+        EXPECT_EQ(1, outcome.exitCode);
+        EXPECT_THAT(outcome.err, HasSubstr("a.packets: "));
+        EXPECT_FALSE(std::filesystem::exists(folder / "out/sheet.png"));
     }
 }
 

@@ -22,30 +22,23 @@ namespace {
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
-constexpr Verb const* verbs[] = {&infoVerb,  &convertVerb, &resizeVerb,    &blurVerb,       &flipVerb,
-                                 &remapVerb, &faceVerb,    &addVerb,       &subVerb,        &multVerb,
-                                 &divVerb,   &probeVerb,   &rotationsVerb, &irradianceVerb, &lightVerb};
-
-void addVerbs(CLI::App& command)
-{
-    for (Verb const* const verb : verbs) {
-        CLI::App& added = *command.add_subcommand(verb->name, verb->summary)->group("Verbs");
-        std::string footer = "Examples:";
-        std::istringstream examples(verb->examples);
-        for (std::string line; std::getline(examples, line);)
-            footer += "\n  " + line;
-        added.footer(footer);
-        verb->add(added);
-    }
-    // Exactly one: a file may be called as a verb is.
-    command.require_subcommand(1);
-}
+constexpr Verb const* verbs[] = {&infoVerb,      &convertVerb,    &resizeVerb, &blurVerb,
+                                 &flipVerb,      &remapVerb,      &faceVerb,   &addVerb,
+                                 &subVerb,       &multVerb,       &divVerb,    &probeVerb,
+                                 &rotationsVerb, &irradianceVerb, &lightVerb,  &packetVerb};
 
 /// The verb that was chosen, or the command itself.
 CLI::App const& chosen(CLI::App const& command)
 {
     auto const parsed = command.get_subcommands();
-    return parsed.empty() ? command : *parsed.front();
+    return parsed.empty() ? command : chosen(*parsed.front());
+}
+
+/// "koimage packet list"
+std::string typedName(CLI::App const& verb)
+{
+    auto const* const parent = verb.get_parent();
+    return (parent != nullptr ? typedName(*parent) + " " : "") + verb.get_name();
 }
 
 std::vector<std::string> optionNames(CLI::App const& command)
@@ -57,11 +50,11 @@ std::vector<std::string> optionNames(CLI::App const& command)
     return names;
 }
 
-std::vector<std::string> verbNames()
+std::vector<std::string> verbNames(CLI::App const& command)
 {
     std::vector<std::string> names;
-    for (Verb const* const verb : verbs)
-        names.emplace_back(verb->name);
+    for (CLI::App const* const verb : command.get_subcommands([](CLI::App const*) { return true; }))
+        names.push_back(verb->get_name());
     return names;
 }
 
@@ -70,15 +63,17 @@ std::string usageMessage(CLI::App const& command, CLI::ParseError const& error)
 {
     CLI::App const& verb = chosen(command);
     auto const unknown = command.remaining(true);
+    auto const verbsOfIt = verbNames(verb);
     if (unknown.empty())
-        return &verb == &command && dynamic_cast<CLI::RequiredError const*>(&error) != nullptr ? "which verb?"
-                                                                                               : error.what();
+        return !verbsOfIt.empty() && dynamic_cast<CLI::RequiredError const*>(&error) != nullptr
+                   ? "which verb?"
+                   : error.what();
 
     std::string const typed = unknown.front().substr(0, unknown.front().find('='));
     bool const isOption = typed.size() > 1 && typed[0] == '-';
-    if (!isOption && &verb != &command)
+    if (!isOption && verbsOfIt.empty())
         return "one argument too many: " + typed;
-    std::string const nearest = nearestName(typed, isOption ? optionNames(verb) : verbNames());
+    std::string const nearest = nearestName(typed, isOption ? optionNames(verb) : verbsOfIt);
     return std::string("unknown ") + (isOption ? "option " : "verb ") + typed +
            (nearest.empty() ? "" : "; did you mean " + nearest + "?");
 }
@@ -99,16 +94,15 @@ Ending run(int argc, char** argv)
         "koimage");
     command.set_version_flag("--version", std::string("koimage ") + KOIMAGE_VERSION);
     command.get_formatter()->label("SUBCOMMAND", "VERB");
-    addVerbs(command);
+    addVerbs(command, verbs);
 
     try {
         command.parse(argc, argv);
     } catch (CLI::Success const& asked) {
         command.exit(asked);
     } catch (CLI::ParseError const& error) {
-        CLI::App const& verb = chosen(command);
-        return {wrongUsage, printable(usageMessage(command, error)) + "\nTry: koimage " +
-                                (&verb == &command ? "" : verb.get_name() + " ") + "--help"};
+        return {wrongUsage,
+                printable(usageMessage(command, error)) + "\nTry: " + typedName(chosen(command)) + " --help"};
     } catch (Failure const& failure) {
         return {failed, printable(failure.what())};
     } catch (std::bad_alloc const&) {
@@ -122,6 +116,21 @@ Ending run(int argc, char** argv)
 }
 
 }  // namespace
+
+void addVerbs(CLI::App& command, std::span<Verb const* const> added)
+{
+    for (Verb const* const verb : added) {
+        CLI::App& subcommand = *command.add_subcommand(verb->name, verb->summary)->group("Verbs");
+        std::string footer = "Examples:";
+        std::istringstream examples(verb->examples);
+        for (std::string line; std::getline(examples, line);)
+            footer += "\n  " + line;
+        subcommand.footer(footer);
+        verb->add(subcommand);
+    }
+    // Exactly one: a file may be called as a verb is.
+    command.require_subcommand(1);
+}
 
 }  // namespace koTool
 

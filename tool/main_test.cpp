@@ -24,14 +24,16 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-std::vector<std::string> const verbs = {"info",  "convert", "resize",    "blur",       "flip",
-                                        "remap", "face",    "add",       "sub",        "mult",
-                                        "div",   "probe",   "rotations", "irradiance", "light"};
+std::vector<std::string> const verbs = {"info",      "convert",    "resize", "blur",  "flip", "remap",
+                                        "face",      "add",        "sub",    "mult",  "div",  "probe",
+                                        "rotations", "irradiance", "light",  "packet"};
+
+std::vector<std::string> const packetVerbs = {"list", "verify", "extract", "recover"};
 
 /// The lines of the examples in the help of a verb.
 std::vector<std::string> examplesOf(std::string const& verb)
 {
-    std::istringstream help(koimage({verb, "--help"}).out);
+    std::istringstream help(shell("koimage " + verb + " --help").out);
     std::vector<std::string> examples;
     bool begun = false;
     for (std::string line; std::getline(help, line);) {
@@ -49,12 +51,17 @@ TEST(Command, ListsEveryVerbInItsHelp)
     EXPECT_THAT(outcome.err, IsEmpty());
     for (std::string const& verb : verbs)
         EXPECT_THAT(outcome.out, HasSubstr("\n  " + verb + " "));
+    for (std::string const& verb : packetVerbs)
+        EXPECT_THAT(koimage({"packet", "--help"}).out, HasSubstr("\n  " + verb + " "));
 }
 
 TEST(Command, HelpsWithEveryVerbByExamplesThatItUnderstands)
 {
     Folder const folder;
-    for (std::string const& verb : verbs) {
+    std::vector<std::string> all = verbs;
+    for (std::string const& verb : packetVerbs)
+        all.push_back("packet " + verb);
+    for (std::string const& verb : all) {
         auto const examples = examplesOf(verb);
         EXPECT_FALSE(examples.empty()) << verb;
         for (std::string const& example : examples) {
@@ -79,6 +86,7 @@ TEST(Command, AsksForAVerb)
     EXPECT_EQ(2, outcome.exitCode);
     EXPECT_THAT(outcome.out, IsEmpty());
     EXPECT_EQ("koimage: which verb?\nTry: koimage --help\n", outcome.err);
+    EXPECT_EQ("koimage: which verb?\nTry: koimage packet --help\n", koimage({"packet"}).err);
 }
 
 TEST(Command, NamesTheNearestVerb)
@@ -87,6 +95,8 @@ TEST(Command, NamesTheNearestVerb)
     EXPECT_EQ(2, outcome.exitCode);
     EXPECT_EQ("koimage: unknown verb rezise; did you mean resize?\nTry: koimage --help\n", outcome.err);
     EXPECT_THAT(koimage({"qqqq"}).err, StartsWith("koimage: unknown verb qqqq\n"));
+    EXPECT_EQ("koimage: unknown verb lst; did you mean list?\nTry: koimage packet --help\n",
+              koimage({"packet", "lst", "a.packets"}).err);
 }
 
 TEST(Command, NamesTheNearestOptionOfTheVerb)
@@ -96,6 +106,8 @@ TEST(Command, NamesTheNearestOptionOfTheVerb)
     EXPECT_EQ("koimage: unknown option --filtre; did you mean --filter?\nTry: koimage resize --help\n",
               outcome.err);
     EXPECT_THAT(koimage({"info", "a.exr", "--jsno=1"}).err, HasSubstr("--jsno; did you mean --json?"));
+    EXPECT_EQ("koimage: unknown option --jsno; did you mean --json?\nTry: koimage packet list --help\n",
+              koimage({"packet", "list", "a.packets", "--jsno"}).err);
     EXPECT_THAT(koimage({"--versoin"}).err, HasSubstr("--versoin; did you mean --version?"));
 }
 

@@ -23,6 +23,9 @@
 #include <map>
 #include <memory>
 
+class ioReadContext;
+class ioWriteContext;
+
 namespace koImage {
 
 /// The probe as the 200 x 100 LatLongMap of Float3 pixels from which everything is computed.
@@ -78,7 +81,7 @@ public:
     EnvironmentMap* getReflectionMap() const { return probe_.get(); }
 
     /// The irradiance of the probe. All zero without a probe, and where the rotation-matrix file cannot be
-    /// read, although the irradiance itself does not need it.
+    /// read, although the irradiance itself does not need it; after readSubPacket what was read instead.
     void getIrradiance(Irradiance& irradiance, koUtil::Progress* progress);
 
     /// Computes the irradiance and the light coefficients, unless that has been done.
@@ -97,6 +100,27 @@ public:
     void markSpecularMapUsed(int key);
     void markAllSpecularMapsUnused();
     void deleteUnusedSpecularMaps();
+
+    // Saving: a sub-packet in whatever packet is open. docs/packet-format.md tells its bytes.
+
+    /// Writes the probe, its irradiance as far as it has been computed, and the specular maps with their keys,
+    /// the images as packets of their own in front of the open one. Not kept: the light coefficients, which
+    /// are computed anew when they are needed; which maps are marked used; and nulls in place of maps.
+    ///
+    ///   failure  in the context. An image that cannot be stored, of doubles for one, is missing afterwards
+    void writeSubPacket(ioWriteContext& context) const;
+
+    /// Reads the sub-packet in place of everything that this object holds. The images are shared with the
+    /// context.
+    ///
+    ///   usable   as it was written, even where the image of the probe is missing or is no probe by its size:
+    ///            then the irradiance is the one that was written, and there are no new maps
+    ///   maps     without those whose image is missing or no LatLongMap or vertical CrossMap by its size; of
+    ///            two with one key the last. None is marked used
+    ///   memory   beside the images some 140 bytes a map, which takes 23 bytes of the file at least
+    ///   failure  in the context: InvalidValue for a negative number of maps. What stands behind a failure
+    ///            is missing. Allocations throw; the object is as before the call then
+    void readSubPacket(ioReadContext& context);
 
 private:
     struct SpecularMap {

@@ -2,9 +2,8 @@
 // holds what they say, as examples/read_packet.py prints it; here the same text is made with the library's
 // readers.
 
-#include "koImage/packet/image_packet.h"
+#include "koImage/packet/testing.h"
 #include "koImage/testing/test_images.h"
-#include "koPacketFile/testing.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +11,11 @@
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -95,6 +97,35 @@ void writeBitmaps(ioWriteContext& out)
         out.writeInt(0);
         out.writeInt(12);
         out.writeBytes(image->pixels(), 12);
+        out.endPacket();
+    }
+}
+
+Irradiance goldenIrradiance()
+{
+    Irradiance irradiance;
+    std::uint64_t bits = 0x0123456789ABCDEF;
+    for (auto* const matrix : {&irradiance.red, &irradiance.green, &irradiance.blue})
+        for (int i = 0; i < 16; ++i)
+            matrix->data()[i] = std::bit_cast<double>(bits *= 6364136223846793005u);
+    return irradiance;
+}
+
+/// Two lights, the first with all that a light can hold and the second with nothing.
+void writeLights(ioWriteContext& out)
+{
+    auto const probe = goldenImage<Float3>({8, 4});
+    auto const cross = goldenImage<Half4>({3, 4});
+    auto const map = goldenImage<Byte4>({2, 1});
+    std::array<LightingEntry, 3> const entries{{{-5, cross.get()}, {0, map.get()}, {7, map.get()}}};
+    ImageBasedLighting const none;
+    ImageBasedLighting lighting;
+    makeLighting(lighting, goldenIrradiance(), probe.get(), entries);
+    for (ImageBasedLighting const& light : {std::cref(lighting), std::cref(none)}) {
+        out.startPacket("example.light", &light);
+        out.writeInt(1);
+        light.writeSubPacket(out);
+        out.writeInt(2);
         out.endPacket();
     }
 }
@@ -236,6 +267,8 @@ std::string listing(Bytes const& file)
 struct Golden {
     char const* name;
     void (*write)(ioWriteContext&);
+
+    friend void PrintTo(Golden const& golden, std::ostream* out) { *out << golden.name; }
 };
 
 class GoldenFile : public ::testing::TestWithParam<Golden> {
@@ -245,8 +278,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Version10, GoldenFile,
                          ::testing::Values(Golden{"empty", writeEmpty}, Golden{"images", writeImages},
-                                           Golden{"bitmaps", writeBitmaps}, Golden{"values", writeValues}),
-                         [](auto const& golden) { return std::string(golden.param.name); });
+                                           Golden{"bitmaps", writeBitmaps}, Golden{"values", writeValues},
+                                           Golden{"lights", writeLights}));
 
 TEST_P(GoldenFile, IsWrittenByteForByte)
 {
@@ -300,6 +333,42 @@ TEST(GoldenImages, HoldEveryBitOfTheirPixels)
     expect(goldenImage<Float3>({11, 1}));
     expect(goldenImage<Float4>({1, 12}));
     expect(goldenImage<Byte4>({0, 0}));
+}
+
+TEST(GoldenLights, HoldEveryBitOfTheirMapsAndIrradiance)
+{
+    std::string const stored = contentsOf("lights.packets");
+    koPacketFile::MemorySource source(std::as_bytes(std::span(stored)));
+    ioReadContext in(source);
+    ReadInterface reader(in);
+    ioPacketRegistry registry;
+    registerTypes(&registry, &reader);
+    std::vector<std::unique_ptr<ImageBasedLighting>> lights;
+    registry.supportedType(new koPacketFile::testing::TestType("example.light", [&](ioReadContext& context) {
+        EXPECT_EQ(context.readInt(), 1);
+        lights.push_back(std::make_unique<ImageBasedLighting>());
+        lights.back()->readSubPacket(context);
+        EXPECT_EQ(context.readInt(), 2);
+    }));
+    EXPECT_EQ(in.readAll(registry), koPacketFile::ReadResult::Complete);
+    ASSERT_EQ(lights.size(), 2u);
+
+    ImageBasedLighting& light = *lights[0];
+    ASSERT_TRUE(light.haveUsableLightProbe() && light.getReflectionMap() != nullptr);
+    EXPECT_TRUE(samePixels(*goldenImage<Float3>({8, 4}), *light.getReflectionMap()->image()));
+    Irradiance irradiance;
+    light.getIrradiance(irradiance, nullptr);
+    Irradiance const expected = goldenIrradiance();
+    EXPECT_EQ(std::memcmp(&irradiance, &expected, sizeof expected), 0);
+    auto const expect = [&](int key, auto const& image) {
+        EnvironmentMap const* const map = light.getSpecularMap(MapOf(key), nullptr);
+        ASSERT_NE(map, nullptr) << key;
+        EXPECT_TRUE(samePixels(*image, *map->image())) << key;
+    };
+    expect(-5, goldenImage<Half4>({3, 4}));
+    expect(0, goldenImage<Byte4>({2, 1}));
+    expect(7, goldenImage<Byte4>({2, 1}));
+    EXPECT_FALSE(lights[1]->haveUsableLightProbe());
 }
 
 }  // namespace

@@ -108,15 +108,20 @@ void writeParcels(ioWriteContext& out, Image const& image, std::int64_t count)
     auto const* const elements = static_cast<typename ElementOf<Pixel>::type const*>(image.data());
     for (std::int64_t start = 0; start < count; start += parcelElements) {
         std::int64_t const length = std::min(count - start, parcelElements);
-        // The next parcel's elements are fetched while this one is summed: the processor by itself would
-        // begin anew with each of them.
-        for (std::size_t line = 0; line < parcelElements * sizeof *elements; line += 64)
-            prefetchAhead(elements + start + length, static_cast<std::ptrdiff_t>(line));
+        // The next parcel's elements are fetched while this one is copied and summed, half of them with each:
+        // the processor by itself would begin anew with every parcel.
+        constexpr std::ptrdiff_t parcelBytes = parcelElements * sizeof *elements;
+        auto const fetch = [next = elements + start + length](std::ptrdiff_t from, std::ptrdiff_t end) {
+            for (std::ptrdiff_t line = from; line < end; line += 64)
+                prefetchAhead(next, line);
+        };
         out.startPacket(imageParcelName, nullptr);
         out.writeReference(&image);
         out.writeInt(static_cast<std::int32_t>(start));
         out.writeInt(static_cast<std::int32_t>(length));
+        fetch(0, parcelBytes / 2);
         writeElements(out, elements + start, static_cast<std::size_t>(length));
+        fetch(parcelBytes / 2, parcelBytes);
         out.endPacket();
     }
 }

@@ -272,7 +272,8 @@ TEST(ReadImage, RefusesSizesThatNoImageHas)
 {
     constexpr int most = std::numeric_limits<int>::max();
     constexpr int least = std::numeric_limits<int>::min();
-    for (Header const header : {Header{7, 65536, 65536},
+    for (Header const header : {Header{7, 65535, 65535},
+                                {7, 65536, 65536},
                                 {7, 46341, 46341},
                                 {7, 16384, 32768},
                                 {7, most, most},
