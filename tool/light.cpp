@@ -310,23 +310,19 @@ void run(Light& light)
     lighting.setLightProbe(image.get(), error);
     if (error)
         throw Failure(light.probeName() + ": " + error.message());
-    auto const probeMap = reducedProbe(*lighting.getReflectionMap());
-    light.watch.lap("probe map");
+    StageObserver const observer(light.watch);
+    lighting.updateLightCoeffs(nullptr);
+    EnvironmentMap const& probeMap = *lighting.getReducedProbe();
 
     IrradianceAlg sums;
-    sums.accumulate(*probeMap);
+    sums.accumulate(probeMap);
     Irradiance irradiance;
     sums.getIrradiance(irradiance);
     auto const diffuse = makeMap({EnvironmentMapType::LatLong, 200, false}, PixelTypeId::Float3);
     computeDiffuseMap(irradiance, *diffuse);
     light.watch.lap("diffuse map");
 
-    std::vector<LitLobe> lit;
-    {
-        StageObserver const observer(light.watch);
-        lighting.updateLightCoeffs(nullptr);
-        lit = lightLobes(light, lighting);
-    }
+    std::vector<LitLobe> const lit = lightLobes(light, lighting);
 
     // A white surface in the brightest light is nearly white: as a photographer would expose it.
     float const most = brightest(static_cast<Colours const&>(*diffuse->image()));
@@ -336,7 +332,7 @@ void run(Light& light)
     light.watch.lap("sheet");
 
     savePng(light, "sheet.png", *sheet);
-    saveMap(light, "probe", *probeMap, display);
+    saveMap(light, "probe", probeMap, display);
     saveMap(light, "diffuse", *diffuse, display);
     for (LitLobe const& lobe : lit)
         saveMap(light, lobe.fileName, *lobe.map, display);
