@@ -37,5 +37,6 @@ extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
 extern Verb const lightVerb;
+extern Verb const dumpVerb;
 
 }  // namespace koTool
