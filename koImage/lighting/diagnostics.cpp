@@ -1,5 +1,6 @@
 #include "koImage/lighting/diagnostics.h"
 
+#include "koBase/filename.h"
 #include "koBase/output_file.h"
 #include "koImage/image/fill.h"
 #include "koImage/lighting/harmonics.h"
@@ -317,11 +318,12 @@ void printBrdfCoeffs(double const (&coeffs)[21][21][21])
 Error printshrms(char const* name, char const* faces, int faceSize, TypedImage<HarmonicsPixel> const& map,
                  double scale)
 {
-    std::string const whole = std::string(name) + ".shrm";
+    std::string const whole = koOS::Filename(name).multibyte() + ".shrm";
+    std::string const cube = koOS::Filename(faces).multibyte();
     if (!map.holdsItsRows())
         return noPixels(whole);
     if (faceSize < 1 || faceSize > largestFace)
-        return {1, "%s: Faces of %d pixels: it must be 1 to %d.", faces, faceSize, largestFace};
+        return {1, "%s: Faces of %d pixels: it must be 1 to %d.", cube.c_str(), faceSize, largestFace};
 
     CoefficientFile output(whole, scale);
     output.writeText(map.pixels()[0]);
@@ -331,8 +333,7 @@ Error printshrms(char const* name, char const* faces, int faceSize, TypedImage<H
         return error;
 
     for (Face const& face : faceList)
-        if (Error error =
-                writeFace(std::string(faces) + "_" + face.name + ".shrm", face, faceSize, map, scale))
+        if (Error error = writeFace(cube + "_" + face.name + ".shrm", face, faceSize, map, scale))
             return error;
     return {};
 }
@@ -388,7 +389,7 @@ Error dumpjbsphere(TypedImage<HarmonicsPixel> const& map, double const* view, in
 
 Error dumpImage(char const* name, TypedImage<Float3> const& image, bool upright)
 {
-    return writePpm(std::string(name) + ".ppm", image, upright);
+    return writePpm(koOS::Filename(name).multibyte() + ".ppm", image, upright);
 }
 
 Error dumpimagesphere(TypedImage<HarmonicsPixel> const& map, int x, int t, double scale)

@@ -1,7 +1,7 @@
 // Files and listings for whoever wants to look into the lighting: see checkpoint.h for its stages.
 //
-// Nothing in the library calls these. They change no state; each writes files of fixed names into the working
-// directory, or prints.
+// Nothing in the library calls these. They change no state; each writes files into the working directory, or
+// prints.
 //
 //   map      a reflection map of any size W x H: pixel (x, t) belongs to the surface that is tilted by
 //            t pi / H and turned by x 2 pi / W, see reflection_coeffs.h. Its normal is
@@ -13,7 +13,7 @@
 //            counts as 0; then times scale
 //   picture  binary PPM of 8 bits, upright: the rows of the zenith come first. Linear, without a curve:
 //            1 shows as 255, rounded; what is brighter as 255, NaN as 0
-//   files    appear whole or not at all
+//   files    appear whole or not at all. NAME is a path without its ending; null counts as empty
 //   failure  an error that names the file and tells the reason, or tells that the map has no pixels. Of
 //            several files those before the one that failed are there
 #pragma once
@@ -53,6 +53,8 @@ KOIMAGE_EXPORT void printBrdfCoeffs(double const (&coeffs)[21][21][21]);
                                                      double const* view, double scale);
 
 /// tmpref.ppm: every surface seen from the same direction in the world, from behind as well, W x H pixels.
+///
+///   cost   for a while, a third of the memory of the map
 [[nodiscard]] KOIMAGE_EXPORT koUtil::Error dumpimageref(TypedImage<HarmonicsPixel> const& map,
                                                         double const* view, double scale);
 

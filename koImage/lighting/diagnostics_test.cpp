@@ -402,6 +402,14 @@ TEST_F(Diagnostics, WriteTheLevelsOfAnImage)
         }
 }
 
+TEST_F(Diagnostics, TakeNoNameForAnEmptyOne)
+{
+    expectDone(dumpImage(nullptr, *randomImage<Float3>({2, 3}, 1), true));
+    expectDone(printshrms(nullptr, nullptr, 1, *someMap({4, 3}), 1));
+    EXPECT_THAT(names(), ElementsAre(".ppm", ".shrm", "_nx.shrm", "_ny.shrm", "_nz.shrm", "_px.shrm",
+                                     "_py.shrm", "_pz.shrm"));
+}
+
 TEST_F(Diagnostics, RefuseWhatHasNoPixels)
 {
     for (Size const size : {Size{0, 0}, Size{0, 5}, Size{-2, -3}, Size{65536, 65536}}) {
