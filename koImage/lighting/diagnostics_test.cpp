@@ -582,7 +582,7 @@ TEST_F(Diagnostics, DrawABallAsItsViewerSeesIt)
 
 TEST_F(Diagnostics, DrawTheBallUpToADegree)
 {
-    auto const map = someMap();
+    auto const map = someMap({40, 20});
     Vector const view = {0.2, 0.7, -0.4};
     auto const ballOf = [&](TypedImage<HarmonicsPixel> const& of, int order) {
         expectDone(dumpjbsphere(of, view.data(), order, 0.9));
@@ -695,8 +695,8 @@ TEST_F(Diagnostics, DrawTheCoefficientsOfAPixel)
 
 TEST_F(Diagnostics, DrawWhatAPixelSendsToEveryViewer)
 {
-    auto const map = someMap();
-    int const x = 150, t = 70;
+    auto const map = someMap({40, 20});
+    int const x = 30, t = 14;
     expectDone(dumpimagesphere(*map, x, t, 0.6));
     Ppm const ball("tmp3D.ppm");
     ASSERT_EQ(ball.width, 200);
@@ -707,7 +707,7 @@ TEST_F(Diagnostics, DrawWhatAPixelSendsToEveryViewer)
             double const vy = 1 - (row + 0.5) / 100;
             Channels light;
             if (double const rest = 1 - vx * vx - vy * vy; rest >= 0)
-                light.add(0.6, lightByHand(*map, t * 200 + x, {vx, vy, std::sqrt(rest)}));
+                light.add(0.6, lightByHand(*map, t * 40 + x, {vx, vy, std::sqrt(rest)}));
             ASSERT_TRUE(shows(ball.at(column, row), light)) << column << ", " << row;
         }
 }
