@@ -26,6 +26,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 namespace koTool {
 
@@ -60,25 +61,6 @@ struct Reflectance {
     koUtil::ArrayN<3, Double3> coeffs{21, 21, 21};
     std::string listing;
     std::string analysis;
-};
-
-/// Changes the working directory, for as long as it lives.
-class WorkingDirectory {
-public:
-    explicit WorkingDirectory(std::string const& folder) : before_(std::filesystem::current_path())
-    {
-        std::filesystem::current_path(folder);
-    }
-    ~WorkingDirectory()
-    {
-        std::error_code problem;
-        std::filesystem::current_path(before_, problem);
-    }
-    WorkingDirectory(WorkingDirectory const&) = delete;
-    WorkingDirectory& operator=(WorkingDirectory const&) = delete;
-
-private:
-    std::filesystem::path before_;
 };
 
 Reflectance expand(Lobe const& lobe, SphericalHarmonics<Double3> const& light)
@@ -131,7 +113,7 @@ double largestCoefficient(TypedImage<HarmonicsPixel> const& map)
     return most;
 }
 
-/// A white surface in the brightest light is nearly white: as a photographer would expose it.
+/// The exposure for surfaces in the light of a probe.
 Display displayFor(EnvironmentMap const& probe)
 {
     IrradianceAlg sums;
@@ -140,10 +122,7 @@ Display displayFor(EnvironmentMap const& probe)
     sums.getIrradiance(irradiance);
     auto const diffuse = makeMap({EnvironmentMapType::LatLong, mapWidth, false}, PixelTypeId::Float3);
     computeDiffuseMap(irradiance, *diffuse);
-    float most = 0.0f;
-    for (Float3 const& pixel : pixelsOf<Float3>(*diffuse->image()))
-        most = std::max({most, pixel.r, pixel.g, pixel.b});
-    return Display(most > 0.0f ? 1.25f * most : 1.0f);
+    return Display::forSurfaces(static_cast<Colours const&>(*diffuse->image()));
 }
 
 // --- Pictures ---
@@ -306,12 +285,15 @@ void run(Dump& dump)
     dump.files.work("writing the reflection map");
     for (std::string const& name : diagnosticNames())
         folder.path(name);
-    {
-        WorkingDirectory const inFolder(dump.folder);
-        double const scale = std::exp2(double{display.exposure()});
-        if (koUtil::Error const error = writeDiagnostics(reduced, map, dump.view.data(), scale))
-            throw Failure((std::filesystem::path(dump.folder) / error.message()).string());
-    }
+
+    // That is where the library writes; nothing is opened by its name afterwards.
+    std::error_code problem;
+    std::filesystem::current_path(dump.folder, problem);
+    if (problem)
+        throw Failure(dump.folder + ": " + problem.message());
+    double const scale = std::exp2(double{display.exposure()});
+    if (koUtil::Error const error = writeDiagnostics(reduced, map, dump.view.data(), scale))
+        throw Failure(std::filesystem::path(dump.folder) / error.message());
 
     dump.files.endLine();
     if (dump.json) {

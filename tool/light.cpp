@@ -150,15 +150,6 @@ std::vector<LitLobe> lightLobes(Light& light, ImageBasedLighting& lighting)
     return lit;
 }
 
-/// The brightest channel of an image.
-float brightest(Colours const& image)
-{
-    float most = 0.0f;
-    for (Float3 const& pixel : pixelsOf<Float3>(image))
-        most = std::max({most, pixel.r, pixel.g, pixel.b});
-    return most;
-}
-
 /// A map as numbers, and as a picture to look at.
 void saveMap(Light& light, OutputFolder& folder, std::string const& name, EnvironmentMap const& map,
              Display const& display)
@@ -267,9 +258,7 @@ void run(Light& light)
 
     std::vector<LitLobe> const lit = lightLobes(light, lighting);
 
-    // A white surface in the brightest light is nearly white: as a photographer would expose it.
-    float const most = brightest(static_cast<Colours const&>(*diffuse->image()));
-    Display const display(most > 0.0f ? 1.25f * most : 1.0f);
+    auto const display = Display::forSurfaces(static_cast<Colours const&>(*diffuse->image()));
     light.files.work("drawing the sheet");
     auto const sheet = makeSheet(light, *lighting.getReflectionMap(), sums, *diffuse, lit, display);
     light.watch.lap("sheet");
