@@ -31,8 +31,11 @@ public:
     /// The same without --type: for verbs that choose the pixels themselves
     void addSource(CLI::App& command);
 
-    /// OUT; --format, --bits, --compression, --raw, --quiet, --json
-    void addOutput(CLI::App& command);
+    /// OUT, or what it is called instead; --format, --bits, --compression, --raw, --quiet, --json
+    void addOutput(CLI::App& command, std::string const& names = "OUT");
+
+    /// The same without --json: for verbs that have more to tell
+    void addTarget(CLI::App& command, std::string const& names);
 
     /// Reads a picture; standard input as often as it is asked for.
     ///
@@ -46,10 +49,18 @@ public:
     koImageIO::Picture readAs(std::string const& file, koImage::PixelTypeId type);
 
     /// Writes the picture that the verb makes: its one output.
-    void write(koImage::Image const& image, koImageIO::Metadata const& metadata);
+    ///
+    ///   levels  whether the values are levels of a screen: files of bytes take them as they are
+    void write(koImage::Image const& image, koImageIO::Metadata const& metadata, bool levels = false);
 
     /// Writes one of several pictures, in the format and bits that the options name.
     void save(std::string const& file, koImage::Image const& image, koImageIO::WriteOptions options);
+
+    /// Writes a text file, whole or not at all; "-" is standard output.
+    void saveText(std::string const& file, std::string const& text);
+
+    /// The file that the verb writes.
+    std::string const& output() const { return output_; }
 
     /// Names the work between reading and writing, for the progress line, which is told how far it is; null
     /// where nothing is shown.
@@ -105,8 +116,15 @@ CLI::Option* addChoice(CLI::App& command, std::string const& option,
     return command.add_option_function<std::string>(option, take, help)->check(CLI::IsMember(names));
 }
 
+/// Takes the numbers from `least` to `most`; NaN is none.
+CLI::Validator numberBetween(double least, double most);
+
 /// JSON on one line; bytes that are no UTF-8 are replaced.
 std::string jsonText(nlohmann::ordered_json const& json);
+
+/// Throws where two pictures that belong together differ in size.
+void requireSameSize(std::string const& file, koImage::Image const& image, std::string const& otherFile,
+                     koImage::Image const& other);
 
 /// Text of a file fit for a terminal: control characters, which could steer it, become question marks.
 std::string printable(std::string text);

@@ -1,7 +1,6 @@
 // koimage light: the whole way from a light probe to its diffuse light and specular maps, and one sheet with
 // pictures of them.
 
-#include "koBase/output_file.h"
 #include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/lat_long_map.h"
 #include "koImage/image/fill.h"
@@ -30,7 +29,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <span>
 
 namespace koTool {
 
@@ -211,14 +209,6 @@ void saveMap(Light& light, std::string const& name, EnvironmentMap const& map, D
     savePng(light, name + ".png", *display.levels(image));
 }
 
-void saveText(Light& light, std::string const& name, std::string const& text)
-{
-    koOS::OutputFile file(pathOf(light, name));
-    file.write(std::as_bytes(std::span(text)));
-    if (koUtil::Error const error = file.commit())
-        throw Failure(error.message());
-}
-
 Json describe(LitLobe const& lobe)
 {
     return {{"lobe", lobe.name},
@@ -353,7 +343,8 @@ void run(Light& light)
                         {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
-    saveText(light, "lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    light.files.saveText(pathOf(light, "lighting.json"),
+                         about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
     light.watch.lap("writing");
 
     light.files.endLine();
