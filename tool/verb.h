@@ -33,6 +33,7 @@ extern Verb const addVerb;
 extern Verb const subVerb;
 extern Verb const multVerb;
 extern Verb const divVerb;
+extern Verb const tonemapVerb;
 extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
