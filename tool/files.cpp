@@ -176,7 +176,8 @@ void Files::write(koImage::Image const& image, koImageIO::Metadata const& metada
     koImageIO::WriteOptions options;
     options.format = format_;
     options.bits = bits_;
-    options.transfer = raw_ || levels ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
+    options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
+    options.levels = levels;
     options.compression = compression_;
     options.metadata = metadata;
     Misfits const misfits = writePicture(output_, image, std::move(options));

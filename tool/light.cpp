@@ -194,7 +194,7 @@ void savePng(Light& light, std::string const& name, Image const& levels)
 {
     koImageIO::WriteOptions options;
     options.bits = 8;
-    options.transfer = koImageIO::Transfer::None;  // they are levels already
+    options.levels = true;
     light.files.save(pathOf(light, name), levels, options);
 }
 

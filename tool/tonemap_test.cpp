@@ -111,6 +111,9 @@ TEST_F(Tonemap, WritesLinearLightThroughTheCurveAndLevelsOfAGammaAsTheyAre)
 
     ASSERT_EQ(0, mapped("a.pfm", "b.ppm", {"--bits", "8", "--exposure", "1", "--gamma", "2"}).exitCode);
     EXPECT_EQ(std::lround(255 * std::sqrt(0.5)), ppmChannels(readFile(folder / "b.ppm"))[0]);
+    // A viewer must not take the levels for light.
+    ASSERT_EQ(0, mapped("a.pfm", "b.png", {"--exposure", "1", "--gamma", "2"}).exitCode);
+    EXPECT_EQ(koImageIO::Transfer::Srgb, picture(folder / "b.png").transfer);
 
     // A display whose levels are light.
     ASSERT_EQ(0, mapped("a.pfm", "b.ppm", {"--bits", "8", "--exposure", "1", "--gamma", "1"}).exitCode);
