@@ -34,6 +34,8 @@ extern Verb const subVerb;
 extern Verb const multVerb;
 extern Verb const divVerb;
 extern Verb const tonemapVerb;
+extern Verb const premultiplyVerb;
+extern Verb const unpremultiplyVerb;
 extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
