@@ -171,6 +171,16 @@ Picture Files::readAs(std::string const& file, PixelTypeId type)
     return picture;
 }
 
+Picture Files::readLevels(std::string const& file)
+{
+    auto const raw = std::exchange(raw_, true);
+    auto const asked = std::exchange(type_, std::nullopt);
+    Picture picture = read(file);
+    raw_ = raw;
+    type_ = asked;
+    return picture;
+}
+
 void Files::write(koImage::Image const& image, koImageIO::Metadata const& metadata, bool levels)
 {
     koImageIO::WriteOptions options;

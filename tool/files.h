@@ -48,6 +48,9 @@ public:
     /// The same as pixels of that type.
     koImageIO::Picture readAs(std::string const& file, koImage::PixelTypeId type);
 
+    /// The same with the levels of PNG, PPM and PGM as they are stored, and whatever pixels that makes.
+    koImageIO::Picture readLevels(std::string const& file);
+
     /// Writes the picture that the verb makes: its one output.
     ///
     ///   levels  whether the values are levels of a screen: files of bytes take them as they are

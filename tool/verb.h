@@ -36,6 +36,7 @@ extern Verb const divVerb;
 extern Verb const tonemapVerb;
 extern Verb const premultiplyVerb;
 extern Verb const unpremultiplyVerb;
+extern Verb const fillVerb;
 extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
