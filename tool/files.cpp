@@ -56,24 +56,6 @@ bool opaque(koImage::Image const& image, decltype(Pixel::a) full)
     return std::all_of(pixels.begin(), pixels.end(), [full](Pixel const& p) { return p.a == full; });
 }
 
-/// The type of floats that holds all that a picture says.
-PixelTypeId floatsFor(koImage::Image const& image)
-{
-    auto const colours = [](bool withoutAlpha) {
-        return withoutAlpha ? PixelTypeId::Float3 : PixelTypeId::Float4;
-    };
-    switch (image.pixelType()) {
-    case PixelTypeId::Byte:
-        return PixelTypeId::Float;
-    case PixelTypeId::Byte4:
-        return colours(opaque<koImage::Byte4>(image, 255));
-    case PixelTypeId::Half4:
-        return colours(opaque<koImage::Half4>(image, 1.0f));
-    default:
-        return image.pixelType();
-    }
-}
-
 }  // namespace
 
 void Files::addQuiet(CLI::App& command)
@@ -98,8 +80,13 @@ void Files::addInput(CLI::App& command)
 
 void Files::addSource(CLI::App& command)
 {
-    command.add_option("--layer", layer_, "Layer of an EXR file to read");
+    addLayer(command);
     addRaw(command);
+}
+
+void Files::addLayer(CLI::App& command)
+{
+    command.add_option("--layer", layer_, "Layer of an EXR file to read");
 }
 
 void Files::addOutput(CLI::App& command, std::string const& names)
@@ -324,10 +311,27 @@ CLI::Validator numberBetween(double least, double most)
     return {check, range};
 }
 
-std::string jsonText(nlohmann::ordered_json const& json)
+PixelTypeId floatsFor(koImage::Image const& image)
+{
+    auto const colours = [](bool withoutAlpha) {
+        return withoutAlpha ? PixelTypeId::Float3 : PixelTypeId::Float4;
+    };
+    switch (image.pixelType()) {
+    case PixelTypeId::Byte:
+        return PixelTypeId::Float;
+    case PixelTypeId::Byte4:
+        return colours(opaque<koImage::Byte4>(image, 255));
+    case PixelTypeId::Half4:
+        return colours(opaque<koImage::Half4>(image, 1.0f));
+    default:
+        return image.pixelType();
+    }
+}
+
+std::string jsonText(nlohmann::ordered_json const& json, int indent)
 {
     // File names and metadata may be anything, JSON is UTF-8.
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 void requireSameSize(std::string const& file, koImage::Image const& image, std::string const& otherFile,

@@ -31,6 +31,9 @@ public:
     /// The same without --type: for verbs that choose the pixels themselves
     void addSource(CLI::App& command);
 
+    /// --layer alone: for verbs that look at levels
+    void addLayer(CLI::App& command);
+
     /// OUT, or what it is called instead; --format, --bits, --compression, --raw, --quiet, --json
     void addOutput(CLI::App& command, std::string const& names = "OUT");
 
@@ -122,8 +125,11 @@ CLI::Option* addChoice(CLI::App& command, std::string const& option,
 /// Takes the numbers from `least` to `most`; NaN is none.
 CLI::Validator numberBetween(double least, double most);
 
-/// JSON on one line; bytes that are no UTF-8 are replaced.
-std::string jsonText(nlohmann::ordered_json const& json);
+/// The type of floats that holds all that a picture says: Float3 where its alpha is full everywhere.
+koImage::PixelTypeId floatsFor(koImage::Image const& image);
+
+/// JSON on one line, or indented; bytes that are no UTF-8 are replaced.
+std::string jsonText(nlohmann::ordered_json const& json, int indent = -1);
 
 /// Throws where two pictures that belong together differ in size.
 void requireSameSize(std::string const& file, koImage::Image const& image, std::string const& otherFile,

@@ -343,8 +343,7 @@ void run(Light& light)
                         {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
-    light.files.saveText(pathOf(light, "lighting.json"),
-                         about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    light.files.saveText(pathOf(light, "lighting.json"), jsonText(about, 2) + "\n");
     light.watch.lap("writing");
 
     light.files.endLine();
