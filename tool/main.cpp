@@ -22,11 +22,10 @@ namespace {
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
-constexpr Verb const* verbs[] = {&infoVerb,        &convertVerb,       &resizeVerb,     &blurVerb,
-                                 &flipVerb,        &remapVerb,         &faceVerb,       &addVerb,
-                                 &subVerb,         &multVerb,          &divVerb,        &tonemapVerb,
-                                 &premultiplyVerb, &unpremultiplyVerb, &fillVerb,       &outlineVerb,
-                                 &probeVerb,       &rotationsVerb,     &irradianceVerb, &lightVerb};
+constexpr Verb const* verbs[] = {
+    &infoVerb, &convertVerb, &resizeVerb, &blurVerb,  &flipVerb,      &remapVerb,       &faceVerb,
+    &addVerb,  &subVerb,     &multVerb,   &divVerb,   &tonemapVerb,   &premultiplyVerb, &unpremultiplyVerb,
+    &fillVerb, &outlineVerb, &packVerb,   &probeVerb, &rotationsVerb, &irradianceVerb,  &lightVerb};
 
 void addVerbs(CLI::App& command)
 {

@@ -24,10 +24,10 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-std::vector<std::string> const verbs = {"info",    "convert", "resize",      "blur",          "flip",
-                                        "remap",   "face",    "add",         "sub",           "mult",
-                                        "div",     "tonemap", "premultiply", "unpremultiply", "fill",
-                                        "outline", "probe",   "rotations",   "irradiance",    "light"};
+std::vector<std::string> const verbs = {
+    "info", "convert", "resize", "blur",  "flip",      "remap",       "face",
+    "add",  "sub",     "mult",   "div",   "tonemap",   "premultiply", "unpremultiply",
+    "fill", "outline", "pack",   "probe", "rotations", "irradiance",  "light"};
 
 /// The lines of the examples in the help of a verb.
 std::vector<std::string> examplesOf(std::string const& verb)

@@ -38,6 +38,7 @@ extern Verb const premultiplyVerb;
 extern Verb const unpremultiplyVerb;
 extern Verb const fillVerb;
 extern Verb const outlineVerb;
+extern Verb const packVerb;
 extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
