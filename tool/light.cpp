@@ -321,9 +321,11 @@ ColoursReference makeSheet(SavedLight const& saved, IrradianceAlg const& sums, E
     return drawSheet(probe, viewLongitude(sums), balls, notes, display);
 }
 
-/// Light that was saved before, or null where the file is a picture.
+/// Light that was saved before, or null where a picture is meant.
 std::unique_ptr<SavedLight> readSaved(Light& light)
 {
+    if (light.files.namesPart())
+        return nullptr;
     auto packets = light.files.readPackets(light.probe);
     if (!packets || packets->lights.empty())
         return nullptr;
