@@ -1,5 +1,5 @@
-// Bilinear and point resizing. Ours makes a new image at every call; OpenCV writes into one that it keeps,
-// except in the cases called "fresh", where both make a new one.
+// Bilinear and point resizing. Ours makes a new image at every call, of memory that the last one left; OpenCV
+// writes into one that it keeps, except in the cases called "fresh", where both make a new one.
 
 #include "peers.h"
 #include "peers_opencv.h"

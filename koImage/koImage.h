@@ -29,6 +29,7 @@
 #include "koImage/layout/mask_boundaries.h"
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/coefficients.h"
+#include "koImage/lighting/diagnostics.h"
 #include "koImage/lighting/harmonics.h"
 #include "koImage/lighting/image_based_lighting.h"
 #include "koImage/lighting/irradiance.h"

@@ -15,6 +15,14 @@ Display::Display(float white) : white_(white), exposure_(-std::log2(white))
     tone_.calculate(controls);
 }
 
+Display Display::forSurfaces(Colours const& diffuse)
+{
+    float most = 0.0f;
+    for (Float3 const& pixel : koImage::pixelsOf<Float3>(diffuse))
+        most = std::max({most, pixel.r, pixel.g, pixel.b});
+    return Display(most > 0.0f ? 1.25f * most : 1.0f);
+}
+
 Float3 Display::clip(Float3 const& radiance) const
 {
     return {std::clamp(radiance.r, 0.0f, white_), std::clamp(radiance.g, 0.0f, white_),

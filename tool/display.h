@@ -15,6 +15,11 @@ public:
     /// Shows radiance `white` as white, and what is brighter as well.
     explicit Display(float white);
 
+    /// As a photographer would expose it: a white surface in the brightest light is nearly white.
+    ///
+    ///   diffuse   what white surfaces send back
+    static Display forSurfaces(Colours const& diffuse);
+
     /// Stops by which light is multiplied.
     float exposure() const { return exposure_; }
 

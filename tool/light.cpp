@@ -1,18 +1,16 @@
 // koimage light: the whole way from a light probe to its diffuse light and specular maps, and one sheet with
 // pictures of them.
 
-#include "koBase/output_file.h"
-#include "koImage/envmap/cross_map.h"
 #include "koImage/envmap/lat_long_map.h"
-#include "koImage/image/fill.h"
 #include "koImage/lighting/checkpoint.h"
 #include "koImage/lighting/image_based_lighting.h"
-#include "koImage/lighting/rotation_matrices.h"
 #include "tool/display.h"
 #include "tool/files.h"
 #include "tool/irradiance_report.h"
 #include "tool/library_output.h"
+#include "tool/light_probe.h"
 #include "tool/lobe.h"
+#include "tool/output_folder.h"
 #include "tool/rotation_cache.h"
 #include "tool/saved_light.h"
 #include "tool/shapes.h"
@@ -31,7 +29,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <span>
 
 namespace koTool {
 
@@ -58,10 +55,6 @@ struct Light {
     bool json = false;
 
     Stopwatch watch;
-    std::vector<std::string> written;
-
-    /// What messages call the probe.
-    std::string probeName() const { return probe == "-" ? "standard input" : probe; }
 };
 
 /// Gives the name of each stage that the library finishes to a stopwatch, while it lives.
@@ -83,25 +76,6 @@ private:
 
 Stopwatch* StageObserver::current = nullptr;
 
-/// The picture as the lighting takes it: a horizontal cross becomes a vertical one, face by face.
-ColoursReference asProbe(Image& picture)
-{
-    auto const map = recogniseMap(picture);
-    if (!map || map->mapType() != EnvironmentMapType::Cross ||
-        !static_cast<CrossMap const&>(*map).horizontal())
-        return static_cast<Colours*>(&picture);
-
-    auto const vertical =
-        makeMap({EnvironmentMapType::Cross, picture.width() / 4, false}, PixelTypeId::Float3);
-    fillBlack(*vertical->image());
-    auto const face = newColours(0, 0);
-    for (int i = 0; i < 6; ++i) {
-        static_cast<CrossMap const&>(*map).copyFace(picture, *face, i);
-        static_cast<CrossMap&>(*vertical).pasteFace(*face, i);
-    }
-    return static_cast<Colours*>(vertical->image());
-}
-
 /// Makes channels below 0 zero if the user wishes it; else says that there are some.
 void treatNegatives(Light& light, Colours& image)
 {
@@ -114,7 +88,7 @@ void treatNegatives(Light& light, Colours& image)
                     *channel = 0.0f;
             }
     if (count > 0 && !light.clampNegative)
-        light.files.remark(light.probeName() + ": " + std::to_string(count) +
+        light.files.remark(probeName(light.probe) + ": " + std::to_string(count) +
                            " values below 0; --clamp-negative takes them for 0");
 }
 
@@ -172,7 +146,7 @@ void lightLobe(Light& light, SavedLight& saved, Lobe& lobe)
         result.analysis = analysisIn(output.text());
     }
     if (!result.map)
-        throw Failure(light.probeName() + ": no specular map of " + lobe.name);
+        throw Failure(probeName(light.probe) + ": no specular map of " + lobe.name);
     if (!result.analysis.lightOrder)
         light.files.remark(lobe.name +
                            ": too narrow for 20 degrees of light: rings show around what is bright");
@@ -195,7 +169,7 @@ MapReference mapOf(Light const& light, SavedLight& saved, Lobe& lobe)
     MapReference map = saved.lighting.getSpecularMap(*lobe.reflectance, nullptr);
     auto const* const image = dynamic_cast<Colours const*>(found.map.get());
     if (!map || image == nullptr || map->image() != image || verifyLightProbe(*image))
-        throw Failure(light.probeName() + ": holds no specular map of " + lobe.name);
+        throw Failure(probeName(light.probe) + ": holds no specular map of " + lobe.name);
     return map;
 }
 
@@ -215,47 +189,16 @@ std::vector<LitLobe> lightLobes(Light& light, SavedLight& saved)
     return lit;
 }
 
-/// The brightest channel of an image.
-float brightest(Colours const& image)
-{
-    float most = 0.0f;
-    for (Float3 const& pixel : pixelsOf<Float3>(image))
-        most = std::max({most, pixel.r, pixel.g, pixel.b});
-    return most;
-}
-
-/// A picture's path, noted for the report.
-std::string pathOf(Light& light, std::string const& name)
-{
-    light.written.push_back(std::filesystem::path(light.folder) / name);
-    return light.written.back();
-}
-
-void savePng(Light& light, std::string const& name, Image const& levels)
-{
-    koImageIO::WriteOptions options;
-    options.bits = 8;
-    options.transfer = koImageIO::Transfer::None;  // they are levels already
-    light.files.save(pathOf(light, name), levels, options);
-}
-
 /// A map as numbers, and as a picture to look at.
-void saveMap(Light& light, std::string const& name, EnvironmentMap const& map, Display const& display)
+void saveMap(Light& light, OutputFolder& folder, std::string const& name, EnvironmentMap const& map,
+             Display const& display)
 {
     auto const& image = static_cast<Colours const&>(*map.image());
     koImageIO::WriteOptions options;
     options.bits = 32;
     options.metadata = describeMap(map, {});
-    light.files.save(pathOf(light, name + ".exr"), image, options);
-    savePng(light, name + ".png", *display.levels(image));
-}
-
-void saveText(Light& light, std::string const& name, std::string const& text)
-{
-    koOS::OutputFile file(pathOf(light, name));
-    file.write(std::as_bytes(std::span(text)));
-    if (koUtil::Error const error = file.commit())
-        throw Failure(error.message());
+    light.files.save(folder.path(name + ".exr"), image, options);
+    folder.savePng(light.files, name + ".png", *display.levels(image));
 }
 
 Json describe(LitLobe const& lobe)
@@ -334,37 +277,25 @@ std::unique_ptr<SavedLight> readSaved(Light& light)
     auto const* const probe = saved->lighting.getReflectionMap();
     auto const* const image = probe != nullptr ? dynamic_cast<Colours const*>(probe->image()) : nullptr;
     if (image == nullptr || verifyLightProbe(*image))
-        throw Failure(light.probeName() + ": holds lighting, but not its probe");
+        throw Failure(probeName(light.probe) + ": holds lighting, but not its probe");
     if (light.clampNegative)
-        throw Failure(light.probeName() + ": was lit before; --clamp-negative is for pictures");
+        throw Failure(probeName(light.probe) + ": was lit before; --clamp-negative is for pictures");
     return saved;
 }
 
 std::unique_ptr<SavedLight> readProbe(Light& light)
 {
-    auto const picture = light.files.readAs(light.probe, PixelTypeId::Float3);
-    ColoursReference const image = asProbe(*picture.image);
+    ColoursReference const image = readLightProbe(light.files, light.probe);
     treatNegatives(light, *image);
-    if (koUtil::Error const error = verifyLightProbe(*image))
-        throw Failure(light.probeName() + ": " + error.message());
+    checkLightProbe(*image, light.probe);
 
     auto saved = std::make_unique<SavedLight>();
     saved->probe = light.probe;
     koUtil::Error error;
     saved->lighting.setLightProbe(image.get(), error);
     if (error)
-        throw Failure(light.probeName() + ": " + error.message());
+        throw Failure(probeName(light.probe) + ": " + error.message());
     return saved;
-}
-
-/// Without matrices there is no light.
-void readRotations(Light& light)
-{
-    std::string const rotations = light.rotations.empty() ? cachedRotationFile(light.files)
-                                                          : checkedRotationFile(light.files, light.rotations);
-    ImageBasedLighting::setRotationMatrixFilename(rotations);
-    if (!initializeReflectance(rotations.c_str(), light.files.work("reading rotation matrices")))
-        throw Failure(rotations + ": cannot be read");
 }
 
 void chooseLobes(Light& light, std::vector<std::string> const& names)
@@ -391,7 +322,7 @@ void chooseLobes(Light& light, SavedLight const* saved)
     try {
         chooseLobes(light, names);
     } catch (CLI::ValidationError const& error) {
-        throw Failure(light.probeName() + ": " + error.what());
+        throw Failure(probeName(light.probe) + ": " + error.what());
     }
 }
 
@@ -409,20 +340,22 @@ void run(Light& light)
                               return savedLobe(*saved, lobe.name) == nullptr;
                           });
     if (computes) {
-        readRotations(light);
+        ImageBasedLighting::setRotationMatrixFilename(loadRotations(light.files, light.rotations));
         light.watch.lap("rotation matrices");
     }
 
     // Before the work as well, but after all that is to be refused.
-    std::error_code problem;
-    std::filesystem::create_directories(light.folder, problem);
-    if (problem)
-        throw Failure(light.folder + ": " + problem.message());
+    OutputFolder folder(light.folder);
 
     light.files.work("lighting");
     EnvironmentMap const& probe = *saved->lighting.getReflectionMap();
-    auto const probeMap = reducedProbe(probe);
-    light.watch.lap("probe map");
+    StageObserver const observer(light.watch);
+    if (computes)
+        saved->lighting.updateLightCoeffs(nullptr);
+    // Light that was saved has its coefficients, and not what they were computed from.
+    MapReference const probeMap = saved->lighting.getReducedProbe() != nullptr
+                                      ? MapReference(saved->lighting.getReducedProbe())
+                                      : reducedProbe(probe);
 
     IrradianceAlg sums;
     sums.accumulate(*probeMap);
@@ -432,28 +365,20 @@ void run(Light& light)
     computeDiffuseMap(irradiance, *diffuse);
     light.watch.lap("diffuse map");
 
-    std::vector<LitLobe> lit;
-    {
-        StageObserver const observer(light.watch);
-        if (computes)
-            saved->lighting.updateLightCoeffs(nullptr);
-        lit = lightLobes(light, *saved);
-    }
+    std::vector<LitLobe> const lit = lightLobes(light, *saved);
     if (isNew)
         saved->stages = light.watch.stages();
 
-    // A white surface in the brightest light is nearly white: as a photographer would expose it.
-    float const most = brightest(static_cast<Colours const&>(*diffuse->image()));
-    Display const display(most > 0.0f ? 1.25f * most : 1.0f);
+    auto const display = Display::forSurfaces(static_cast<Colours const&>(*diffuse->image()));
     light.files.work("drawing the sheet");
     auto const sheet = makeSheet(*saved, sums, *diffuse, lit, display);
     light.watch.lap("sheet");
 
-    savePng(light, "sheet.png", *sheet);
-    saveMap(light, "probe", *probeMap, display);
-    saveMap(light, "diffuse", *diffuse, display);
+    folder.savePng(light.files, "sheet.png", *sheet);
+    saveMap(light, folder, "probe", *probeMap, display);
+    saveMap(light, folder, "diffuse", *diffuse, display);
     for (LitLobe const& lobe : lit)
-        saveMap(light, lobe.fileName, *lobe.map, display);
+        saveMap(light, folder, lobe.fileName, *lobe.map, display);
 
     Json lobes = Json::array();
     for (LitLobe const& lobe : lit)
@@ -467,22 +392,23 @@ void run(Light& light)
                         {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
-    saveText(light, "lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    folder.saveText("lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    std::vector<std::string> written = folder.written();
     if (!light.save.empty()) {
         writePacketFile(light.save, [&](ioWriteContext& out) { saved->write(out); });
-        light.written.push_back(light.save);
+        written.push_back(light.save);
     }
     light.watch.lap("writing");
 
     light.files.endLine();
     if (light.json) {
         Json report = about;
-        report["files"] = light.written;
+        report["files"] = written;
         report["timings"] = describe(light.watch);
         std::cout << jsonText(report) << '\n';
         return;
     }
-    for (std::string const& file : light.written)
+    for (std::string const& file : written)
         std::cout << printable(file) << '\n';
 }
 

@@ -182,7 +182,7 @@ TEST_F(Light, TimesEveryStageOfEveryLobe)
         EXPECT_GE(stage["milliseconds"], 0.0);
     }
     for (char const* const stage :
-         {"reading", "rotation matrices", "probe map", "diffuse map", "sheet", "writing",
+         {"reading", "rotation matrices", "irradiance", "diffuse map", "sheet", "writing",
           "phong:5: brdf coeffs", "ggx:1: brdf sampling", "ggx:1: create shrm"})
         EXPECT_THAT(stages, Contains(stage));
 }

@@ -29,8 +29,6 @@ fs::path cacheFolder()
                   "koimage rotations makes their file, --rotations names it");
 }
 
-}  // namespace
-
 std::string cachedRotationFile(Files& files)
 {
     fs::path const folder = cacheFolder() / "koimage";
@@ -59,6 +57,16 @@ std::string checkedRotationFile(Files& files, std::string const& file)
     files.work("checking " + file);
     if (koUtil::Error const error = koImage::verifyRotationMatrixFile(file.c_str()))
         throw Failure(error.message());
+    return file;
+}
+
+}  // namespace
+
+std::string loadRotations(Files& files, std::string const& choice)
+{
+    std::string file = choice.empty() ? cachedRotationFile(files) : checkedRotationFile(files, choice);
+    if (!koImage::initializeReflectance(file.c_str(), files.work("reading rotation matrices")))
+        throw Failure(file + ": cannot be read");
     return file;
 }
 

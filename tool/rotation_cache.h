@@ -7,13 +7,12 @@
 
 namespace koTool {
 
-/// koimage/rotations.txt in XDG_CACHE_HOME, or else in ~/.cache: checked, and made where it is missing or
-/// wrong.
+/// Loads the rotation matrices and gives the path of their file: the user's choice, checked. Where that is
+/// empty it is koimage/rotations.txt in XDG_CACHE_HOME, or else in ~/.cache: checked, and made where it is
+/// missing or wrong.
 ///
-///   failure   a Failure that tells the reason and the way out, --rotations
-std::string cachedRotationFile(Files& files);
-
-/// The file of the user's choice, checked.
-std::string checkedRotationFile(Files& files, std::string const& file);
+///   failure   a Failure that tells the reason and, where the file could not be made, the way out,
+///   --rotations
+std::string loadRotations(Files& files, std::string const& choice);
 
 }  // namespace koTool

@@ -41,6 +41,7 @@ extern Verb const probeVerb;
 extern Verb const rotationsVerb;
 extern Verb const irradianceVerb;
 extern Verb const lightVerb;
+extern Verb const dumpVerb;
 extern Verb const packetVerb;
 
 // Of packetVerb:

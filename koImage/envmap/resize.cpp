@@ -3,6 +3,7 @@
 #include "koImage/envmap/resize_rows.h"
 #include "koImage/envmap/resize_v3.h"
 #include "koImage/image/simd.h"
+#include "koImage/image/streaming.h"
 
 #include <memory>
 #include <utility>
@@ -49,25 +50,27 @@ void forEachBlock(TypedImage<Pixel> const& result, int maxWidth, Work const& wor
 constexpr int copyWidth = 4096;
 
 template <class Pixel>
-void copyBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block)
+void copyBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block, bool streamed)
 {
     std::array<std::int32_t, copyWidth> columns;
     auto const count = static_cast<std::size_t>(block.width);
     for (std::size_t i = 0; i < count; ++i)
         columns[i] = nearestTo(centreOf(block.left + static_cast<int>(i), result.invWidth()), source.width());
 
+    std::array<Pixel, copyWidth> kept;
     std::int32_t copied = -1;
     for (int y = block.top; y < block.bottom; ++y) {
         std::int32_t const row = nearestTo(centreOf(y, result.invHeight()), source.height());
         Pixel* const out = result.pixels() + pixelOffset(block.left, y, result.width());
-        if (row == copied) {
-            std::copy_n(out - result.width(), count, out);
-        } else {
+        if (row != copied) {
             Pixel const* const pixels = source.pixels() + pixelOffset(0, row, source.width());
-            for (std::size_t i = 0; i < count; ++i)
-                out[i] = pixels[columns[i]];
+            copyColumns(pixels, columns.data(), count, streamed ? kept.data() : out);
             copied = row;
+        } else if (!streamed) {
+            std::copy_n(out - result.width(), count, out);
         }
+        if (streamed)
+            streamBytes(out, kept.data(), count * sizeof(Pixel));
     }
 }
 
@@ -117,7 +120,7 @@ private:
 };
 
 template <class Pixel>
-void blendBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block)
+void blendBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Block block, bool streamed)
 {
     Columns columns;
     findColumns(source, result, block, columns);
@@ -129,18 +132,20 @@ void blendBlock(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, Bloc
         Neighbours const at =
             neighboursOf(centreOf(y, result.invHeight()), source.height(), source.wrapVertical());
         Pixel* const out = result.pixels() + pixelOffset(block.left, y, result.width());
-        if (keep) {
-            // The row below is on its way into the cache while this one is made.
-            std::ptrdiff_t const below = std::ptrdiff_t{result.width()} * std::ptrdiff_t{sizeof(Pixel)};
-            auto const bytes = static_cast<std::ptrdiff_t>(columns.count * sizeof(Pixel));
-            for (std::ptrdiff_t line = 0; line < bytes; line += 64)
-                prefetchAhead(out, below + line);
-
-            RowBlend<Pixel>::down(rows.get(at.near, at.far), rows.get(at.far, at.near), Weights(at.t),
-                                  columns.count, out);
+        auto const blendRow = [&](Pixel* to) {
+            if (keep)
+                RowBlend<Pixel>::down(rows.get(at.near, at.far), rows.get(at.far, at.near), Weights(at.t),
+                                      columns.count, to);
+            else
+                RowBlend<Pixel>::both(source.pixels() + at.near * source.width(),
+                                      source.pixels() + at.far * source.width(), columns, Weights(at.t), to);
+        };
+        if (streamed) {
+            std::array<Pixel, tileWidth> row;
+            blendRow(row.data());
+            streamBytes(out, row.data(), columns.count * sizeof(Pixel));
         } else {
-            RowBlend<Pixel>::both(source.pixels() + at.near * source.width(),
-                                  source.pixels() + at.far * source.width(), columns, Weights(at.t), out);
+            blendRow(out);
         }
     }
 }
@@ -181,12 +186,17 @@ void blendPixels(TypedImage<Pixel> const& source, TypedImage<Pixel>& result)
 template <class Pixel>
 void resample(TypedImage<Pixel> const& source, TypedImage<Pixel>& result, bool filter)
 {
-    if (!source.holdsItsRows())
+    if (!source.holdsItsRows()) {
         filter ? blendPixels(source, result) : copyPixels(source, result);
-    else if (filter)
-        forEachBlock(result, tileWidth, [&](Block block) { blendBlock(source, result, block); });
+        return;
+    }
+    bool const streamed =
+        isStreamed(result.pixels(), static_cast<std::size_t>(result.pixelCount()) * sizeof(Pixel));
+    if (filter)
+        forEachBlock(result, tileWidth, [&](Block block) { blendBlock(source, result, block, streamed); });
     else
-        forEachBlock(result, copyWidth, [&](Block block) { copyBlock(source, result, block); });
+        forEachBlock(result, copyWidth, [&](Block block) { copyBlock(source, result, block, streamed); });
+    finishStreaming();
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ namespace koImage {
 ///   shape    a width or height of zero or less is stored as it is, and no pixel is written. Neither is one
 ///            when the source has no pixels, or the new pixels are too many for 32 bits
 ///   cost     no memory but the result; columns' positions are computed once for many rows, a row of copies
-///            that repeats is copied whole, and a blended row of the source is kept for as long as it is used
+///            that repeats is copied whole, and a blended row of the source is kept for as long as it is
+///            used. Results of 16 MiB and more go past the cache, unless their memory is new
 ///   failure  throws the allocator's exception
 KOIMAGE_EXPORT Image* resize(Image const& source, int width, int height, bool filter);
 

@@ -69,7 +69,10 @@ void sizes(benchmark::internal::Benchmark* benchmark)
 {
     benchmark->ArgNames({"from", "to", "filter"})->UseManualTime();
     for (int const filter : {1, 0})
-        benchmark->Args({4096, 1024, filter})->Args({4096, 200, filter})->Args({1024, 4096, filter});
+        benchmark->Args({4096, 1024, filter})
+            ->Args({4096, 200, filter})
+            ->Args({512, 1024, filter})
+            ->Args({1024, 4096, filter});
 }
 
 BENCHMARK_TEMPLATE(BM_resize, Byte4)->Apply(sizes);

@@ -1,4 +1,4 @@
-// Rows of bilinear samples, many columns at a time. Private to resize.cpp.
+// Rows of points and of bilinear samples, many columns at a time. Private to resize.cpp.
 //
 // What a column of the result takes from the source does not depend on the row, so columns are found once for
 // many rows. A source row blended along itself does not depend on the row of the result, so when enlarging it
@@ -12,7 +12,15 @@
 
 namespace koImage {
 
-/// Columns that are worked on together: what is kept of them stays in the first-level cache.
+/// out[i] = the pixel in column columns[i] of a row. resize_v3.h does pixels of four bytes faster.
+template <class Pixel>
+void copyColumns(Pixel const* row, std::int32_t const* columns, std::size_t count, Pixel* out)
+{
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = row[columns[i]];
+}
+
+/// Columns that are blended together: what is kept of them stays in the first-level cache.
 inline constexpr int tileWidth = 512;
 
 /// Up to tileWidth columns of the result: the source columns that they blend, and by which weights.

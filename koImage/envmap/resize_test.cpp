@@ -138,6 +138,21 @@ TYPED_TEST(Resize, FollowsTheSamplersAcrossLargeSizes)
         expectTheRulesWithAllFlags(*randomImage<TypeParam>(from, 1), to);
 }
 
+// Large results in memory that was written before are streamed.
+TYPED_TEST(Resize, FollowsTheSamplersWhenRowsGoPastTheCache)
+{
+    constexpr int width = 1201;
+    Size const size{width, (16 << 20) / (width * static_cast<int>(sizeof(TypeParam))) + 1};
+    for (Size const from : {Size{97, 61}, Size{33, 2 * size.height + 5}})
+        for (bool const filter : {bilinear, nearest}) {
+            {
+                auto const first = randomImage<TypeParam>(size, 2);
+                auto const second = randomImage<TypeParam>(size, 3);
+            }
+            ASSERT_TRUE(resizesByTheRules(*randomImage<TypeParam>(from, 1), size, filter));
+        }
+}
+
 TYPED_TEST(Resize, KeepsInfinitiesNansAndTinyValues)
 {
     for (std::uint32_t seed = 0; seed < 20; ++seed)

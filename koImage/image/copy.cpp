@@ -65,7 +65,7 @@ void copyRows(void const* source, Rows from, void* target, Rows to, int rows)
     }
 
     // Short rows gain nothing past the cache, however many there are.
-    if (length >= 4096 && length * static_cast<std::size_t>(rows) >= streamingBytes) {
+    if (length >= 4096 && isStreamed(write, length * static_cast<std::size_t>(rows))) {
         for (int y = 0; y < rows; ++y)
             streamBytes(write + y * to.step, read + y * from.step, length);
         finishStreaming();

@@ -54,7 +54,7 @@ void fillWhite(Image& image)
     unsigned char* target = bytes.data();
     std::size_t left = bytes.size();
 #if KO_SIMD_SSE2
-    if (left >= streamingBytes) {
+    if (isStreamed(target, left)) {
         // Behind the lead the word begins anew. Where that is inside a word, the array need not be aligned to
         // words: its channels are bytes or halves, and the word is the same from each of them on.
         std::size_t const lead = -reinterpret_cast<std::uintptr_t>(target) % sizeof line;

@@ -1,8 +1,10 @@
 // Where pixel arrays come from.
 //
 // A fresh large image costs mostly page faults. Arrays of 2 MiB and more are therefore aligned to 2 MiB, and
-// their whole huge pages are asked for where the system offers them; smaller arrays are aligned to a cache
-// line.
+// their whole huge pages are asked for where the system offers them. When one is released it is kept for the
+// next array of exactly its size, so that work repeated on frames of one size touches no new page: up to
+// eight arrays and 128 MiB, the latest ones, whose pages the system may take meanwhile (only where it can).
+// They are given up before an allocation fails. Smaller arrays are aligned to a cache line and never kept.
 #pragma once
 
 #include "koImage/export.h"
@@ -16,11 +18,18 @@
 
 namespace koImage {
 
-/// Uninitialised memory. Throws std::bad_alloc.
+/// Uninitialised memory: of a large array also what stood in the last one. Throws std::bad_alloc.
 KOIMAGE_EXPORT void* allocatePixelMemory(std::size_t bytes);
 
 /// Takes memory of allocatePixelMemory with its size; null is fine.
 KOIMAGE_EXPORT void releasePixelMemory(void* memory, std::size_t bytes);
+
+/// Whether a large array has pages by now, judged by the one in its middle: a new array gets each when it is
+/// first written. True where the system does not tell.
+KOIMAGE_EXPORT bool hasPages(void const* memory, std::size_t bytes);
+
+/// Gives what is kept back to the system: for a program that is done with large images, or measures memory.
+KOIMAGE_EXPORT void releaseKeptPixelMemory();
 
 /// Bytes of an array of count > 0 pixels. Throws std::bad_array_new_length where they cannot be addressed.
 template <class T>

@@ -5,11 +5,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <thread>
+#include <vector>
+
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
 
 namespace koImage::testing {
 namespace {
@@ -87,6 +94,121 @@ TEST(ReleasePixelMemory, TakesNull)
     releasePixelMemory(nullptr, 0);
     releasePixelMemory(nullptr, hugePage);
 }
+
+// Arrays are kept where the system may take their pages.
+#ifdef MADV_FREE
+
+TEST(HasPages, TellsAnArrayThatWasWrittenFromANewOne)
+{
+    constexpr std::size_t bytes = 50 * hugePage + 1;
+    releaseKeptPixelMemory();
+    {
+        PixelMemory const memory(bytes);
+        EXPECT_FALSE(hasPages(memory.data, bytes));
+        std::memset(memory.data, 1, bytes);
+        EXPECT_TRUE(hasPages(memory.data, bytes));
+    }
+    PixelMemory const kept(bytes);
+    EXPECT_TRUE(hasPages(kept.data, bytes));
+}
+
+// How many of some arrays are kept when all of them have been released.
+std::size_t keptOf(std::size_t count, std::size_t bytes)
+{
+    releaseKeptPixelMemory();
+    std::size_t const others = livePixelArrays();
+    std::vector<void*> arrays(count);
+    for (void*& array : arrays)
+        array = allocatePixelMemory(bytes);
+    for (void* const array : arrays)
+        releasePixelMemory(array, bytes);
+    return livePixelArrays() - others;
+}
+
+TEST(ReleasePixelMemory, KeepsALargeArrayForTheNextOneOfItsSize)
+{
+    releaseKeptPixelMemory();
+    void* const first = allocatePixelMemory(2 * hugePage);
+    releasePixelMemory(first, 2 * hugePage);
+    PixelMemory const longer(2 * hugePage + 1);
+    EXPECT_NE(longer.data, first);
+    PixelMemory const same(2 * hugePage);
+    EXPECT_EQ(same.data, first);
+    PixelMemory const another(2 * hugePage);
+    EXPECT_NE(another.data, first);
+}
+
+TEST(ReleasePixelMemory, KeepsTheArrayReleasedLastForTheNext)
+{
+    void* const first = allocatePixelMemory(hugePage);
+    void* const second = allocatePixelMemory(hugePage);
+    releasePixelMemory(first, hugePage);
+    releasePixelMemory(second, hugePage);
+    PixelMemory const next(hugePage);
+    EXPECT_EQ(next.data, second);
+    PixelMemory const nextButOne(hugePage);
+    EXPECT_EQ(nextButOne.data, first);
+}
+
+TEST(ReleasePixelMemory, KeepsEightArraysAnd128MiBAtMost)
+{
+    EXPECT_EQ(keptOf(1, hugePage - 1), 0);
+    EXPECT_EQ(keptOf(8, hugePage), 8);
+    EXPECT_EQ(keptOf(9, hugePage), 8);
+    EXPECT_EQ(keptOf(3, 32 * hugePage), 2);
+    EXPECT_EQ(keptOf(1, 64 * hugePage), 1);
+    EXPECT_EQ(keptOf(1, 64 * hugePage + 1), 0);
+}
+
+TEST(ReleasePixelMemory, GivesUpTheOldestArraysForANewOne)
+{
+    releaseKeptPixelMemory();
+    void* const first = allocatePixelMemory(hugePage);
+    releasePixelMemory(first, hugePage);
+    std::size_t const withFirst = livePixelArrays();
+    PixelMemory{64 * hugePage};
+    EXPECT_EQ(livePixelArrays(), withFirst);
+}
+
+TEST(ReleaseKeptPixelMemory, LeavesNothingKept)
+{
+    releaseKeptPixelMemory();
+    std::size_t const before = livePixelArrays();
+    PixelMemory{3 * hugePage};
+    EXPECT_EQ(livePixelArrays(), before + 1);
+    releaseKeptPixelMemory();
+    EXPECT_EQ(livePixelArrays(), before);
+}
+
+TEST(AllocatePixelMemory, GivesUpWhatIsKeptBeforeItFails)
+{
+    releaseKeptPixelMemory();
+    std::size_t const before = livePixelArrays();
+    PixelMemory{hugePage};
+    EXPECT_EQ(livePixelArrays(), before + 1);
+    EXPECT_THROW(allocatePixelMemory(std::numeric_limits<std::ptrdiff_t>::max()), std::bad_alloc);
+    EXPECT_EQ(livePixelArrays(), before);
+}
+
+TEST(AllocatePixelMemory, GivesThreadsArraysOfTheirOwn)
+{
+    auto const work = [](unsigned char mark) {
+        for (int i = 0; i < 200; ++i) {
+            PixelMemory const memory(hugePage);
+            std::memset(memory.data, mark, 4096);
+            std::this_thread::yield();
+            auto const* const bytes = static_cast<unsigned char const*>(memory.data);
+            ASSERT_EQ(std::count(bytes, bytes + 4096, mark), 4096);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned char mark = 1; mark <= 4; ++mark)
+        threads.emplace_back(work, mark);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+#endif
 
 // An object that knows how many of its kind there are.
 struct Counted {

@@ -1,9 +1,11 @@
 // Writing large results past the cache.
 //
 // A store to memory that is not in the cache first reads the line; streaming stores do not. They pay from
-// about 16 MiB on and cost up to 2.5 times below, when the result is read next. Private: see simd.h.
+// about 16 MiB on and cost up to 2.5 times below, when the result is read next. On new memory they cost up to
+// twice the time: the system has just cleared its pages, in the cache. Private: see simd.h.
 #pragma once
 
+#include "koImage/image/pixel_array.h"
 #include "koImage/image/simd.h"
 
 #include <algorithm>
@@ -15,6 +17,12 @@
 namespace koImage {
 
 inline constexpr std::size_t streamingBytes = std::size_t{16} << 20;
+
+/// Whether a result of that many bytes is to be streamed.
+inline bool isStreamed(void const* target, std::size_t bytes)
+{
+    return bytes >= streamingBytes && hasPages(target, bytes);
+}
 
 #if KO_SIMD_SSE2
 /// Copies whole cache lines to 64-byte aligned memory, past the cache. A sfence must follow the last copy.
@@ -97,7 +105,7 @@ void writeRuns(T* target, std::size_t count, bool inPlace, Fill const& fill)
     constexpr std::size_t blockLength = 16 * (sizeof(T) >= 64 ? 1 : 64 / sizeof(T));
     static_assert(blockLength * sizeof(T) % 64 == 0);
     std::size_t first = 0;
-    if (!inPlace && count * sizeof(T) >= streamingBytes) {
+    if (!inPlace && isStreamed(target, count * sizeof(T))) {
         auto const misaligned = [&](std::size_t at) {
             return reinterpret_cast<std::uintptr_t>(target + at) % 64 != 0;
         };

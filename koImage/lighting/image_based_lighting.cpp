@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -40,13 +39,6 @@ ko::Reference<TypedImage<Float3>> newMapImage()
     ko::Reference<TypedImage<Float3>> image(new TypedImage<Float3>);
     image->resize(mapWidth, mapHeight);
     return image;
-}
-
-bool hasAllPixels(TypedImage<Float3> const& image)
-{
-    return image.width() > 0 && image.height() > 0 &&
-           image.arrayLength() ==
-               static_cast<std::uint64_t>(image.width()) * static_cast<std::uint64_t>(image.height());
 }
 
 /// A lat-long image at mapWidth x mapHeight.
@@ -91,12 +83,12 @@ ko::Reference<EnvironmentMap> reducedProbe(EnvironmentMap const& probe)
     auto const* const image = any != nullptr && any->pixelType() == PixelTypeId::Float3
                                   ? static_cast<TypedImage<Float3> const*>(any)
                                   : nullptr;
-    if (image != nullptr && hasAllPixels(*image) && probe.mapType() == EnvironmentMapType::LatLong)
+    if (image != nullptr && image->holdsItsRows() && probe.mapType() == EnvironmentMapType::LatLong)
         return newEnvironmentMap(*reduced(*image));
 
     auto const pixels = newMapImage();
     ko::Reference<EnvironmentMap> map = newEnvironmentMap(*pixels);
-    if (image != nullptr && hasAllPixels(*image))
+    if (image != nullptr && image->holdsItsRows())
         remap(probe, *map);
     else
         fillBlack(*pixels);
@@ -111,7 +103,7 @@ koUtil::Error verifyLightProbe(TypedImage<Float3> const& image)
     koUtil::Error error;
     if (!probeMapOf(shape.get(), error))
         return error;
-    if (!hasAllPixels(image))
+    if (!image.holdsItsRows())
         return {1, "The image has a size, %d x %d, but not its pixels.", image.width(), image.height()};
 
     auto const pixels = pixelsOf<Float3>(image);
@@ -142,6 +134,7 @@ void ImageBasedLighting::setRotationMatrixFilename(koOS::Filename const& filenam
 void ImageBasedLighting::setLightProbe(TypedImage<Float3>* image, koUtil::Error& error)
 {
     lightCoeffs_.reset();
+    reducedProbe_ = nullptr;
     probe_ = nullptr;
     irradiance_.clear();
     specularMaps_.clear();
@@ -170,7 +163,7 @@ void ImageBasedLighting::updateLightCoeffs(koUtil::Progress* progress)
 {
     if (lightCoeffs_ || !probe_ || !haveRotationMatrices(progress))
         return;
-    ko::Reference<EnvironmentMap> const map = reducedProbe(*probe_);
+    ko::Reference<EnvironmentMap> map = reducedProbe(*probe_);
 
     IrradianceAlg alg;
     alg.accumulate(*map);
@@ -179,6 +172,7 @@ void ImageBasedLighting::updateLightCoeffs(koUtil::Progress* progress)
     auto coeffs = std::make_unique<SphericalHarmonics<Double3>>(lightOrder);
     computeLightCoeffs(static_cast<TypedImage<Float3> const&>(*map->image()), *coeffs);
     alg.getIrradiance(irradiance_);
+    reducedProbe_ = std::move(map);
     lightCoeffs_ = std::move(coeffs);
     checkpoint("lighting coeffs");
 }

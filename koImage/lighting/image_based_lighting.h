@@ -87,6 +87,9 @@ public:
     /// Computes the irradiance and the light coefficients, unless that has been done.
     void updateLightCoeffs(koUtil::Progress* progress);
 
+    /// What they were computed from, reducedProbe of the probe; null until then. Belongs to this object.
+    EnvironmentMap const* getReducedProbe() const { return reducedProbe_.get(); }
+
     /// The specular map of a reflectance function, or null: without a probe; where the rotation-matrix file
     /// cannot be read; and for functions without a specular part. A map that is kept is marked used; a new
     /// one is not. So is the null of a function without a specular part.
@@ -134,6 +137,7 @@ private:
 
     bool usable_ = false;
     ko::Reference<EnvironmentMap> probe_;
+    ko::Reference<EnvironmentMap> reducedProbe_;
     std::unique_ptr<SphericalHarmonics<Double3>> lightCoeffs_;
     Irradiance irradiance_;
     std::map<int, SpecularMap> specularMaps_;

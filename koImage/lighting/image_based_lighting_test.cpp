@@ -467,15 +467,22 @@ TEST_F(ImageBasedLightingTest, HasTheIrradianceOfTheReducedProbe)
         ImageBasedLighting lighting;
         setProbe(lighting, image.get());
         Irradiance irradiance;
+        EXPECT_EQ(lighting.getReducedProbe(), nullptr);
         lighting.getIrradiance(irradiance, nullptr);
 
         MapRef const reduced = reducedProbe(*lighting.getReflectionMap());
+        ASSERT_NE(lighting.getReducedProbe(), nullptr);
+        EXPECT_TRUE(samePixels(*reduced->image(), *lighting.getReducedProbe()->image()));
         IrradianceAlg alg;
         alg.accumulate(*reduced);
         Irradiance expected;
         alg.getIrradiance(expected);
         EXPECT_EQ(irradiance, expected) << size;
         EXPECT_NE(irradiance, Irradiance());
+
+        koUtil::Error error;
+        lighting.setLightProbe(nullptr, error);
+        EXPECT_EQ(lighting.getReducedProbe(), nullptr);
     }
 }
 

@@ -19,9 +19,8 @@
 //   The sums carry 1 / pi: they give radiance, the radiance that a white diffuse surface sends back.
 //   The basis functions of odd order m carry a minus sign (the Condon-Shortley phase), but the matrix is that
 //   of [1], which has none. So the quadratic form n'Mn, n = (x, y, z, 1), is the light on a surface that
-//   faces
-//   (-x, -y, z). Stored files and renderers rely on these signs. Whoever wants the light on a surface asks
-//   diffuseRadiance, which turns the normal.
+//   faces (-x, -y, z). Stored files and renderers rely on these signs. Whoever wants the light on a surface
+//   asks diffuseRadiance, which turns the normal.
 #pragma once
 
 #include "koBase/linear.h"
@@ -58,9 +57,9 @@ public:
     /// Adds the light of a map. Several maps add up.
     ///
     ///   pixels   IrradiancePixels; any other type, or no image: the sums stay as they are
-    ///   shape    any size; directions outside the map count nothing, nor do rows that the array does not
-    ///   hold units    sums of radiance / pi * basis * solid angle [sr] over the map; not normalised numbers
-    ///   single precision, to the bit: pixel after pixel in storage order, each adding to every sum
+    ///   shape    any size; directions outside the map count nothing, nor do rows that the array lacks
+    ///   units    sums of radiance / pi * basis * solid angle [sr] over the map; not normalised
+    ///   numbers  single precision, to the bit: pixel after pixel in storage order, each adding to every sum
     ///            ((constant * colour) * first factor) * second factor, where colour is
     ///            (pixel * solid angle) * 0.31830987. What is in parentheses in the table is one factor,
     ///            (3 z) z - 1 for degree 2, order 0

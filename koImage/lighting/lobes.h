@@ -59,16 +59,16 @@ private:
 /// The lobe of facets whose slopes follow the GGX distribution.
 ///
 ///   derivation  Facets reflect D G F / (4 cos theta cos theta_o) [3, equation 20]. Times cos theta, along
-///   the
-///               normal (cos theta_o = 1) and without Fresnel's factor F that is S = D G / 4. The facets that
-///               mirror the light into the normal are tilted by half of theta. With c = cos theta above 0:
+///               the normal (cos theta_o = 1) and without Fresnel's factor F that is S = D G / 4. The facets
+///               that mirror the light into the normal are tilted by half of theta. With c = cos theta
+///               above 0:
 ///
 ///                 h = (1 + c) / 2                                squared cosine of the tilt
 ///                 D = a^2 / (pi ((a^2 - 1) h + 1)^2)             [3, equation 33]
 ///                 G = 2 c / (c + sqrt(a^2 + (1 - a^2) c^2))      [3, equation 34], of the light alone:
 ///                                                                nothing hides a facet from above
 ///
-///               and S = 0 elsewhere.
+///               and S = 0 elsewhere
 ///   scale       light of radiance 1 from everywhere gives what facets reflect without a second bounce: 0.99
 ///               for roughness 0.3, 0.92 for 0.5, 0.31 for 1
 ///   roughness   from minRoughness to 1; others count as the nearer end, NaN as 1. a = roughness^2 [4]

@@ -2,6 +2,7 @@
 
 #include "koImage/lighting/harmonics.h"
 #include "koImage/lighting/lanes.h"
+#include "koImage/lighting/view_basis.h"
 
 #include <algorithm>
 #include <array>
@@ -24,14 +25,12 @@ double gridPosition(double fraction, int size, int samples)
     return std::max(0.0, std::min(fraction * size, last));
 }
 
-using Basis = std::array<double, HarmonicsPixel::size()>;
-
 // Pixels are evaluated side by side: one alone would wait for its own sum.
 constexpr std::size_t together = 4;
 
 /// Sums the first `terms` terms of `count` pixels. The lanes are the channels.
 template <std::size_t count>
-void evaluate(HarmonicsPixel const* pixels, Basis const& basis, int terms, double scale, Float3* result)
+void evaluate(HarmonicsPixel const* pixels, ViewBasis const& basis, int terms, double scale, Float3* result)
 {
     std::array<Lanes, count> sums{};
     for (int k = 0; k < terms; ++k)
@@ -50,22 +49,42 @@ void evaluate(HarmonicsPixel const* pixels, Basis const& basis, int terms, doubl
 
 }  // namespace
 
-void computeSpecularMap(TypedImage<HarmonicsPixel> const& reflection, double const* view, int order,
-                        double scale, TypedImage<Float3>& out)
+ViewBasis viewBasis(double const* view, int width, int height)
 {
-    // The basis at the direction of view, the same for every pixel.
     double const theta = std::acos(std::clamp(view[2], -1.0, 1.0));
     double phi = std::atan2(view[1], view[0]);
     if (phi < 0)
         phi += twoPi;
-    double const t = gridPosition(theta / pi, reflection.height(), harmonics::polarSamples);
-    double const s = gridPosition(phi / twoPi, reflection.width(), harmonics::azimuthSamples);
+    double const t = gridPosition(theta / pi, height, harmonics::polarSamples);
+    double const s = gridPosition(phi / twoPi, width, harmonics::azimuthSamples);
 
-    Basis basis{};
-    int terms = 0;
-    for (int l = 0; l <= std::min(order, highestDegree); ++l)
+    ViewBasis basis;
+    std::size_t k = 0;
+    for (int l = 0; l <= highestDegree; ++l)
         for (int m = -l; m <= l; ++m)
-            basis[static_cast<std::size_t>(terms++)] = harmonics::Y(l, m, t, s);
+            basis[k++] = harmonics::Y(l, m, t, s);
+    return basis;
+}
+
+int termsTo(int order)
+{
+    int const degrees = std::clamp(order, -1, highestDegree) + 1;
+    return degrees * degrees;
+}
+
+Float3 lightAlong(HarmonicsPixel const& pixel, ViewBasis const& basis, int terms, double scale)
+{
+    Float3 light;
+    evaluate<1>(&pixel, basis, terms, scale, &light);
+    return light;
+}
+
+void computeSpecularMap(TypedImage<HarmonicsPixel> const& reflection, double const* view, int order,
+                        double scale, TypedImage<Float3>& out)
+{
+    // The same for every pixel.
+    ViewBasis const basis = viewBasis(view, reflection.width(), reflection.height());
+    int const terms = termsTo(order);
 
     out.resize(reflection.width(), reflection.height());
     auto const pixels = pixelsOf<HarmonicsPixel>(reflection);

@@ -236,7 +236,8 @@ TYPED_TEST(ImageArithmetic, IsTheSameForResultsWrittenPastTheCache)
     auto const a = randomImage<TypeParam>(size, 7);
     auto const b = randomImage<TypeParam>(size, 8);
     forOperationsOn<TypeParam>([&](auto operation) {
-        auto const result = imageOf<TypeParam>({0, 0});
+        auto const result =
+            randomImage<TypeParam>(size, 9);  // as large, and written: else nothing is streamed
         operation.run(*a, *b, *result);
         auto const expected = byHand(operation, pixelsIn(*a), pixelsIn(*b));
         EXPECT_TRUE(holds(*result, expected));
@@ -548,7 +549,7 @@ TEST(ImageMinMax, SumToTheSumOfTheOperandsAtEverySize)
         SCOPED_TRACE(::testing::Message() << size);
         auto const a = randomImage<unsigned char>(size, 27);
         auto const b = randomImage<unsigned char>(size, 28);
-        auto const smaller = imageOf<unsigned char>({3, 3});
+        auto const smaller = randomImage<unsigned char>(size, 29);
         auto const larger = imageOf<unsigned char>({3, 3});
         imageMin(*a, *b, *smaller);
         imageMax(*a, *b, *larger);

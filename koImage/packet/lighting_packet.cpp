@@ -88,6 +88,7 @@ void ImageBasedLighting::readSubPacket(ioReadContext& context)
     usable_ = usable;
     probe_ = std::move(probe);
     lightCoeffs_.reset();
+    reducedProbe_ = nullptr;
     irradiance_ = irradiance;
     specularMaps_ = std::move(specularMaps);
 }

@@ -1,5 +1,7 @@
 #include "koImage/testing/allocation_limit.h"
 
+#include "koImage/image/pixel_array.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -24,7 +26,10 @@ void release(void* memory)
 
 }  // namespace
 
-AllocationLimit::AllocationLimit(std::size_t bytes) : outer_(limit.exchange(bytes)) {}
+AllocationLimit::AllocationLimit(std::size_t bytes) : outer_(limit.exchange(bytes))
+{
+    releaseKeptPixelMemory();  // which would meet a request without a limit
+}
 
 AllocationLimit::~AllocationLimit()
 {

@@ -21,7 +21,7 @@ private:
     std::size_t outer_;
 };
 
-/// Pixel arrays that are allocated now.
+/// Pixel arrays that are allocated now; kept ones count.
 std::size_t livePixelArrays();
 
 }  // namespace koImage::testing
