@@ -153,6 +153,7 @@ TEST(Pack, UsesNearlyAllOfTheAreaForManyTiles)
     EXPECT_GE(shareUsed(uniformTiles(100, 1)), 0.944);
     EXPECT_GE(shareUsed(uniformTiles(1000, 2)), 0.985);
     EXPECT_GE(shareUsed(uniformTiles(10000, 3)), 0.997);
+    EXPECT_GE(shareUsed(heavyTailedTiles(100, 6)), 0.96);
     EXPECT_GE(shareUsed(heavyTailedTiles(1000, 4)), 0.987);
     EXPECT_GE(shareUsed(heavyTailedTiles(10000, 5)), 0.99);
 }

@@ -260,8 +260,11 @@ koUtil::Error writePicture(koOS::Filename const& name, koImage::Image const& ima
         return failure(file, "an image without pixels cannot be written");
 
     try {
+        WriteOptions chosen = options;
+        if (chosen.levels)
+            chosen.transfer = Transfer::None;
         Misfits found;
-        koUtil::Error error = writeTo(name, *codec, image, options, found, progress);
+        koUtil::Error error = writeTo(name, *codec, image, chosen, found, progress);
         if (!error) {
             misfits = found;
             koUtil::setProgress(progress, 1.0);

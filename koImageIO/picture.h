@@ -117,6 +117,9 @@ struct WriteOptions {
     /// floats and halves in 16, EXR bytes in 16.
     int bits = 0;
     Transfer transfer = Transfer::Srgb;
+    /// The values are a screen's levels already: they go without a curve, whatever `transfer` says, but PNG
+    /// files do not call them linear.
+    bool levels = false;
     std::string compression = {};  ///< of EXR: "none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a",
                                    ///< "dwaa", "dwab"; "": zip
     Metadata metadata = {};        ///< written into EXR, PNG and HDR; beside the program and its version

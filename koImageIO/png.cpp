@@ -334,7 +334,7 @@ koUtil::Error writePng(Image const& image, WriteOptions const& options, ByteSink
         png_set_IHDR(writer.png, writer.info, static_cast<png_uint_32>(image.width()),
                      static_cast<png_uint_32>(image.height()), bits, colourTypeOf(channels),
                      PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        if (options.transfer == Transfer::Srgb)
+        if (options.transfer == Transfer::Srgb || options.levels)
             png_set_sRGB(writer.png, writer.info, PNG_sRGB_INTENT_PERCEPTUAL);
         else
             png_set_gAMA_fixed(writer.png, writer.info, gammaOne);

@@ -317,6 +317,19 @@ TEST(Png, WordsComeBackToTheBit)
     }
 }
 
+// The file neither calls them linear, which viewers would undo, nor puts a curve on them.
+TEST(Png, LevelsOfAScreenAreWrittenAsTheyAre)
+{
+    auto const image = imageOf<Float3>({1, 1});
+    image->pixels()[0] = {0.0f, 0.5f, 1.0f};
+    for (Transfer const transfer : {Transfer::Srgb, Transfer::None}) {
+        RoundTrip const trip = roundTrip(*image, "png", {.bits = 8, .transfer = transfer, .levels = true});
+        ASSERT_FALSE(trip.error) << trip.error.message();
+        EXPECT_EQ(trip.picture.transfer, Transfer::Srgb);
+        EXPECT_EQ(pixelsOf<Byte4>(*trip.picture.image)[0], (Byte4{0, 128, 255, 255}));
+    }
+}
+
 TEST(Png, IsWrittenAsTheRowsSay)
 {
     for (int const bits : {8, 16}) {

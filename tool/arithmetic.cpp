@@ -30,10 +30,7 @@ void run(Arithmetic& arithmetic, Operation operate)
 {
     auto a = arithmetic.files.read(arithmetic.first, AddPixels::contains);
     auto b = arithmetic.files.read(arithmetic.second, AddPixels::contains);
-    if (a.image->width() != b.image->width() || a.image->height() != b.image->height())
-        throw Failure(arithmetic.second + ": is " + std::to_string(b.image->width()) + " x " +
-                      std::to_string(b.image->height()) + ", but " + arithmetic.first + " is " +
-                      std::to_string(a.image->width()) + " x " + std::to_string(a.image->height()));
+    requireSameSize(arithmetic.second, *b.image, arithmetic.first, *a.image);
 
     // Pictures of two types meet as colours of floats: the type that all of them have in common.
     auto const aType = a.image->pixelType();

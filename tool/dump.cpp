@@ -278,9 +278,9 @@ void run(Dump& dump)
     folder.savePng(dump.files, "reconstruction.png",
                    *drawReconstructions(*probe, light, reflectance.coeffs, lobe.name, display));
     folder.savePng(dump.files, "basis.png", *drawBasis());
-    folder.saveText("light.txt", listing(light));
-    folder.saveText("brdf.txt", reflectance.listing);
-    folder.saveText("order.txt", reflectance.analysis);
+    folder.saveText(dump.files, "light.txt", listing(light));
+    folder.saveText(dump.files, "brdf.txt", reflectance.listing);
+    folder.saveText(dump.files, "order.txt", reflectance.analysis);
 
     dump.files.work("writing the reflection map");
     for (std::string const& name : diagnosticNames())

@@ -1,5 +1,6 @@
 #include "tool/files.h"
 
+#include "koBase/output_file.h"
 #include "koImage/image/typed_image.h"
 #include "koImage/packet/image_packet.h"
 
@@ -80,24 +81,6 @@ bool opaque(koImage::Image const& image, decltype(Pixel::a) full)
     return std::all_of(pixels.begin(), pixels.end(), [full](Pixel const& p) { return p.a == full; });
 }
 
-/// The type of floats that holds all that a picture says.
-PixelTypeId floatsFor(koImage::Image const& image)
-{
-    auto const colours = [](bool withoutAlpha) {
-        return withoutAlpha ? PixelTypeId::Float3 : PixelTypeId::Float4;
-    };
-    switch (image.pixelType()) {
-    case PixelTypeId::Byte:
-        return PixelTypeId::Float;
-    case PixelTypeId::Byte4:
-        return colours(opaque<koImage::Byte4>(image, 255));
-    case PixelTypeId::Half4:
-        return colours(opaque<koImage::Half4>(image, 1.0f));
-    default:
-        return image.pixelType();
-    }
-}
-
 }  // namespace
 
 void Files::addQuiet(CLI::App& command)
@@ -122,13 +105,24 @@ void Files::addInput(CLI::App& command)
 
 void Files::addSource(CLI::App& command)
 {
-    command.add_option("--layer", layer_, "Layer of an EXR file, or image of a packet file, to read");
+    addLayer(command);
     addRaw(command);
 }
 
-void Files::addOutput(CLI::App& command)
+void Files::addLayer(CLI::App& command)
 {
-    command.add_option("OUT", output_, "The file to write, - for standard output")->required();
+    command.add_option("--layer", layer_, "Layer of an EXR file, or image of a packet file, to read");
+}
+
+void Files::addOutput(CLI::App& command, std::string const& names)
+{
+    addTarget(command, names);
+    command.add_flag("--json", json_, "Tell on standard output what was written, as JSON");
+}
+
+void Files::addTarget(CLI::App& command, std::string const& names)
+{
+    command.add_option(names, output_, "The file to write, - for standard output")->required();
     addChoice(
         command, "--format", formatChoices(),
         [this](std::optional<PictureFormat> format) {
@@ -144,7 +138,6 @@ void Files::addOutput(CLI::App& command)
         ->check(CLI::IsMember({"none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"}));
     addRaw(command);
     addQuiet(command);
-    command.add_flag("--json", json_, "Tell on standard output what was written, as JSON");
 
     // Before the work begins, not after it.
     command.parse_complete_callback([this] {
@@ -242,12 +235,23 @@ Picture Files::readAs(std::string const& file, PixelTypeId type)
     return picture;
 }
 
-void Files::write(koImage::Image const& image, koImageIO::Metadata const& metadata)
+Picture Files::readLevels(std::string const& file)
+{
+    auto const raw = std::exchange(raw_, true);
+    auto const asked = std::exchange(type_, std::nullopt);
+    Picture picture = read(file);
+    raw_ = raw;
+    type_ = asked;
+    return picture;
+}
+
+void Files::write(koImage::Image const& image, koImageIO::Metadata const& metadata, bool levels)
 {
     koImageIO::WriteOptions options;
     options.format = format_;
     options.bits = bits_;
     options.transfer = raw_ ? koImageIO::Transfer::None : koImageIO::Transfer::Srgb;
+    options.levels = levels;
     options.compression = compression_;
     options.metadata = metadata;
     Misfits const misfits = writePicture(output_, image, std::move(options));
@@ -267,6 +271,22 @@ void Files::write(koImage::Image const& image, koImageIO::Metadata const& metada
 void Files::save(std::string const& file, koImage::Image const& image, koImageIO::WriteOptions options)
 {
     writePicture(file, image, std::move(options));
+}
+
+void Files::saveText(std::string const& file, std::string const& text)
+{
+    if (file == "-") {
+        endLine();
+        std::cout << text;
+        return;
+    }
+    work("writing " + file);
+    koOS::OutputFile output(file);
+    output.write(std::as_bytes(std::span(text)));
+    koUtil::Error const error = output.commit();
+    endLine();
+    if (error)
+        throw Failure(error.message());
 }
 
 Misfits Files::writePicture(std::string const& file, koImage::Image const& image,
@@ -377,10 +397,53 @@ char const* formatName(PictureFormat format)
     return nameOf(formats, format);
 }
 
-std::string jsonText(nlohmann::ordered_json const& json)
+CLI::Validator numberBetween(double least, double most)
+{
+    auto const text = [](double number) {
+        char digits[32];
+        std::snprintf(digits, sizeof digits, "%g", number);
+        return std::string(digits);
+    };
+    std::string const range = "from " + text(least) + " to " + text(most);
+    auto const check = [=](std::string const& given) {
+        double number = 0.0;
+        bool const fits = CLI::detail::lexical_cast(given, number) && number >= least && number <= most;
+        return fits ? std::string() : "takes a number " + range + ", not " + given;
+    };
+    return {check, range};
+}
+
+PixelTypeId floatsFor(koImage::Image const& image)
+{
+    auto const colours = [](bool withoutAlpha) {
+        return withoutAlpha ? PixelTypeId::Float3 : PixelTypeId::Float4;
+    };
+    switch (image.pixelType()) {
+    case PixelTypeId::Byte:
+        return PixelTypeId::Float;
+    case PixelTypeId::Byte4:
+        return colours(opaque<koImage::Byte4>(image, 255));
+    case PixelTypeId::Half4:
+        return colours(opaque<koImage::Half4>(image, 1.0f));
+    default:
+        return image.pixelType();
+    }
+}
+
+std::string jsonText(nlohmann::ordered_json const& json, int indent)
 {
     // File names and metadata may be anything, JSON is UTF-8.
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void requireSameSize(std::string const& file, koImage::Image const& image, std::string const& otherFile,
+                     koImage::Image const& other)
+{
+    auto const size = [](koImage::Image const& of) {
+        return std::to_string(of.width()) + " x " + std::to_string(of.height());
+    };
+    if (image.width() != other.width() || image.height() != other.height())
+        throw Failure(file + ": is " + size(image) + ", but " + otherFile + " is " + size(other));
 }
 
 std::string printable(std::string text)

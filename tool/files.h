@@ -36,8 +36,14 @@ public:
     /// The same without --type: for verbs that choose the pixels themselves
     void addSource(CLI::App& command);
 
-    /// OUT; --format, --bits, --compression, --raw, --quiet, --json
-    void addOutput(CLI::App& command);
+    /// --layer alone: for verbs that look at levels
+    void addLayer(CLI::App& command);
+
+    /// OUT, or what it is called instead; --format, --bits, --compression, --raw, --quiet, --json
+    void addOutput(CLI::App& command, std::string const& names = "OUT");
+
+    /// The same without --json: for verbs that have more to tell
+    void addTarget(CLI::App& command, std::string const& names);
 
     /// Reads a picture; standard input as often as it is asked for. Of a packet file, the image that --layer
     /// names, or the first.
@@ -67,11 +73,22 @@ public:
     /// The same as read() as pixels of that type.
     koImageIO::Picture readAs(std::string const& file, koImage::PixelTypeId type);
 
+    /// The same with the levels of PNG, PPM and PGM as they are stored, and whatever pixels that makes.
+    koImageIO::Picture readLevels(std::string const& file);
+
     /// Writes the picture that the verb makes: its one output.
-    void write(koImage::Image const& image, koImageIO::Metadata const& metadata);
+    ///
+    ///   levels  whether the values are levels of a screen: files of bytes take them as they are
+    void write(koImage::Image const& image, koImageIO::Metadata const& metadata, bool levels = false);
 
     /// Writes one of several pictures, in the format and bits that the options name.
     void save(std::string const& file, koImage::Image const& image, koImageIO::WriteOptions options);
+
+    /// Writes a text file, whole or not at all; "-" is standard output.
+    void saveText(std::string const& file, std::string const& text);
+
+    /// The file that the verb writes.
+    std::string const& output() const { return output_; }
 
     /// Names the work between reading and writing, for the progress line, which is told how far it is; null
     /// where nothing is shown.
@@ -135,8 +152,18 @@ CLI::Option* addChoice(CLI::App& command, std::string const& option,
     return command.add_option_function<std::string>(option, take, help)->check(CLI::IsMember(names));
 }
 
-/// JSON on one line; bytes that are no UTF-8 are replaced.
-std::string jsonText(nlohmann::ordered_json const& json);
+/// Takes the numbers from `least` to `most`; NaN is none.
+CLI::Validator numberBetween(double least, double most);
+
+/// The type of floats that holds all that a picture says: Float3 where its alpha is full everywhere.
+koImage::PixelTypeId floatsFor(koImage::Image const& image);
+
+/// JSON on one line, or indented; bytes that are no UTF-8 are replaced.
+std::string jsonText(nlohmann::ordered_json const& json, int indent = -1);
+
+/// Throws where two pictures that belong together differ in size.
+void requireSameSize(std::string const& file, koImage::Image const& image, std::string const& otherFile,
+                     koImage::Image const& other);
 
 /// Text of a file fit for a terminal: control characters, which could steer it, become question marks.
 std::string printable(std::string text);

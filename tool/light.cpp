@@ -392,7 +392,7 @@ void run(Light& light)
                         {"sheetLongitude", viewLongitude(sums)},
                         {"lobes", lobes},
                         {"irradiance", reportIrradiance(sums)}};
-    folder.saveText("lighting.json", about.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    folder.saveText(light.files, "lighting.json", jsonText(about, 2) + "\n");
     std::vector<std::string> written = folder.written();
     if (!light.save.empty()) {
         writePacketFile(light.save, [&](ioWriteContext& out) { saved->write(out); });

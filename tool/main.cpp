@@ -22,10 +22,11 @@ namespace {
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
-constexpr Verb const* verbs[] = {&infoVerb,  &convertVerb, &resizeVerb,    &blurVerb,       &flipVerb,
-                                 &remapVerb, &faceVerb,    &addVerb,       &subVerb,        &multVerb,
-                                 &divVerb,   &probeVerb,   &rotationsVerb, &irradianceVerb, &lightVerb,
-                                 &dumpVerb,  &packetVerb};
+constexpr Verb const* verbs[] = {
+    &infoVerb,        &convertVerb,       &resizeVerb, &blurVerb,    &flipVerb,  &remapVerb,
+    &faceVerb,        &addVerb,           &subVerb,    &multVerb,    &divVerb,   &tonemapVerb,
+    &premultiplyVerb, &unpremultiplyVerb, &fillVerb,   &outlineVerb, &packVerb,  &probeVerb,
+    &rotationsVerb,   &irradianceVerb,    &lightVerb,  &dumpVerb,    &packetVerb};
 
 /// The verb that was chosen, or the command itself.
 CLI::App const& chosen(CLI::App const& command)

@@ -24,9 +24,10 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-std::vector<std::string> const verbs = {"info",      "convert",    "resize", "blur", "flip",  "remap",
-                                        "face",      "add",        "sub",    "mult", "div",   "probe",
-                                        "rotations", "irradiance", "light",  "dump", "packet"};
+std::vector<std::string> const verbs = {
+    "info", "convert", "resize",    "blur",       "flip",        "remap",         "face",  "add",
+    "sub",  "mult",    "div",       "tonemap",    "premultiply", "unpremultiply", "fill",  "outline",
+    "pack", "probe",   "rotations", "irradiance", "light",       "dump",          "packet"};
 
 std::vector<std::string> const packetVerbs = {"list", "verify", "extract", "recover"};
 

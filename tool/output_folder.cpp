@@ -1,9 +1,6 @@
 #include "tool/output_folder.h"
 
-#include "koBase/output_file.h"
-
 #include <filesystem>
-#include <span>
 #include <system_error>
 #include <utility>
 
@@ -27,16 +24,13 @@ void OutputFolder::savePng(Files& files, std::string const& name, koImage::Image
 {
     koImageIO::WriteOptions options;
     options.bits = 8;
-    options.transfer = koImageIO::Transfer::None;  // they are levels already
+    options.levels = true;
     files.save(path(name), levels, options);
 }
 
-void OutputFolder::saveText(std::string const& name, std::string const& text)
+void OutputFolder::saveText(Files& files, std::string const& name, std::string const& text)
 {
-    koOS::OutputFile file(path(name));
-    file.write(std::as_bytes(std::span(text)));
-    if (koUtil::Error const error = file.commit())
-        throw Failure(error.message());
+    files.saveText(path(name), text);
 }
 
 }  // namespace koTool

@@ -19,7 +19,7 @@ public:
     /// Levels of the screen as PNG of 8 bits.
     void savePng(Files& files, std::string const& name, koImage::Image const& levels);
 
-    void saveText(std::string const& name, std::string const& text);
+    void saveText(Files& files, std::string const& name, std::string const& text);
 
     /// The paths so far.
     std::vector<std::string> const& written() const { return written_; }

@@ -68,16 +68,13 @@ private:
 /// Makes the atlas of some images: a new one, white where no tile lies.
 ///
 ///   images       of one pixel type, tile i from image i. The atlas has the type of the first; where another
-///   differs
-///                it stays empty, and nothing else changes. Null images, and images beyond the number of
-///                tiles, are left out; no image at all changes nothing
+///                differs it stays empty, and nothing else changes. Null images, and images beyond the
+///                number of tiles, are left out; no image at all changes nothing
 ///   inset        which part of a tile its unit square covers: 0.5 the whole interior, 0 the rectangle
-///   between the
-///                centres of its outermost pixels
+///                between the centres of its outermost pixels
 ///   powersOfTwo  as koUtil::pack takes it; the atlas has at least 64 x 64 pixels all the same
 ///   border       repeats the pixels of the opposite edge where the image wraps in that direction, otherwise
-///   those of the
-///                nearest edge
+///                those of the nearest edge
 ///   transforms   of all tiles, also of those without an image
 ///   fill         white as fillWhite makes it, so part of each pixel of Double3, and nothing of Harmonics
 ///   cost         that of koUtil::pack, and one pass over the atlas and the images

@@ -7,11 +7,10 @@
 //
 //   c-1   c
 //  +----+----+
-//  |    |    |  r - 1         a corner is left by a fixed table of the four pixels around it and of the
-//  direction
-//  +----o----+                in which it was entered. Where two inside pixels meet at a corner only, each
-//  keeps |    |    |  r             its own outline: the inside is 4-connected, the outside 8-connected.
-//  +----+----+
+//  |    |    |  r - 1     a corner is left by a fixed table of the four pixels around it and of the
+//  +----o----+            direction in which it was entered. Where two inside pixels meet at a corner
+//  |    |    |  r         only, each keeps its own outline: the inside is 4-connected, the outside
+//  +----+----+            8-connected.
 #pragma once
 
 #include "koBase/containers.h"
@@ -22,9 +21,10 @@ namespace koImage {
 
 /// One closed outline. The last vertex is the first again.
 struct Boundary3d {
-    ko::vector<float>
-        points;  ///< three floats a vertex: column, row, 0. Straight runs have no vertices inside
-    ko::vector<float> parameters;  ///< two floats a vertex: unit steps from the first vertex, 0
+    /// Three floats a vertex: column, row, 0. Straight runs have no vertices inside.
+    ko::vector<float> points;
+    /// Two floats a vertex: unit steps from the first vertex, 0.
+    ko::vector<float> parameters;
 };
 
 /// Replaces the list by the outlines of the mask, those of holes among them, in the order of their first
@@ -32,8 +32,8 @@ struct Boundary3d {
 ///
 ///   shape     an image without pixels, or whose sizes are not those of its array, has no outlines
 ///   cost      one pass over the mask, 64 pixels at a time, and a few steps for each unit of outline;
-///   temporary memory
-///             of three bits a corner. A list that held outlines lends their memory to the new ones
+///             temporary memory of three bits a corner. A list that held outlines lends their memory to the
+///             new ones
 ///   source    Lorensen and Cline 1987, in two dimensions, without interpolation
 KOIMAGE_EXPORT void computeMaskBoundaries(TypedImage<unsigned char> const& mask,
                                           ko::list<Boundary3d>& boundaries);

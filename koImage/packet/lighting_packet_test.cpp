@@ -317,6 +317,7 @@ TEST_F(ComputedLighting, IsForgottenByAnObjectThatReadsAnother)
 
     // Before its light was computed: only the probe stands in the file.
     expectComplete(second, fileOf(first));
+    EXPECT_EQ(second.getReducedProbe(), nullptr);
     EXPECT_TRUE(sameBits(irradianceOf(second), irradianceOf(first)));
     EXPECT_NE(irradianceOf(first), Irradiance());
     second.getSpecularMap(kept, nullptr);
