@@ -352,10 +352,10 @@ void run(Light& light)
     StageObserver const observer(light.watch);
     if (computes)
         saved->lighting.updateLightCoeffs(nullptr);
-    // Light that was saved has its coefficients, and not what they were computed from.
-    MapReference const probeMap = saved->lighting.getReducedProbe() != nullptr
-                                      ? MapReference(saved->lighting.getReducedProbe())
-                                      : reducedProbe(probe);
+    // Light that was saved does without it.
+    ko::Reference<EnvironmentMap const> probeMap = saved->lighting.getReducedProbe();
+    if (!probeMap)
+        probeMap = reducedProbe(probe);
 
     IrradianceAlg sums;
     sums.accumulate(*probeMap);
