@@ -64,6 +64,9 @@ public:
     /// The image that --layer names; without it, all of them.
     std::vector<PacketImage> chosen(PacketFile const& packets, std::string const& file) const;
 
+    /// Whether --layer names a part of the file: then it is that part alone that is meant.
+    bool namesPart() const { return !layer_.empty(); }
+
     /// The bytes of a file, for as long as they are needed.
     std::unique_ptr<koPacketFile::ByteSource> source(std::string const& file);
 

@@ -241,6 +241,8 @@ void tell(Info& info, std::string const& file, PacketFile const& packets)
         picture.image = stored.image;
         tell(info, source, stored.image->holdsItsRows() ? info.files.read(stored, file) : picture);
     }
+    if (info.files.namesPart())
+        return;
     source.erase("image");
     info.files.endLine();
     for (auto const& light : packets.lights) {

@@ -264,9 +264,11 @@ ColoursReference makeSheet(SavedLight const& saved, IrradianceAlg const& sums, E
     return drawSheet(probe, viewLongitude(sums), balls, notes, display);
 }
 
-/// Light that was saved before, or null where the file is a picture.
+/// Light that was saved before, or null where a picture is meant.
 std::unique_ptr<SavedLight> readSaved(Light& light)
 {
+    if (light.files.namesPart())
+        return nullptr;
     auto packets = light.files.readPackets(light.probe);
     if (!packets || packets->lights.empty())
         return nullptr;
@@ -350,10 +352,10 @@ void run(Light& light)
     StageObserver const observer(light.watch);
     if (computes)
         saved->lighting.updateLightCoeffs(nullptr);
-    // Light that was saved has its coefficients, and not what they were computed from.
-    MapReference const probeMap = saved->lighting.getReducedProbe() != nullptr
-                                      ? MapReference(saved->lighting.getReducedProbe())
-                                      : reducedProbe(probe);
+    // Light that was saved does without it.
+    ko::Reference<EnvironmentMap const> probeMap = saved->lighting.getReducedProbe();
+    if (!probeMap)
+        probeMap = reducedProbe(probe);
 
     IrradianceAlg sums;
     sums.accumulate(*probeMap);

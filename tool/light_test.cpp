@@ -503,8 +503,12 @@ TEST_F(Light, TakesThePictureOfAPacketFileForAProbe)
     EXPECT_EQ(0, koimage({"convert", probe, folder / "probe.packets"}).exitCode);
     light(probe, {"--lobe", "phong:20"});
     std::string const map = readFile(folder / "out/phong-20.exr");
-    light(folder / "probe.packets", {"--lobe", "phong:20"});
+    light(folder / "probe.packets", {"--lobe", "phong:20", "--save", folder / "saved.packets"});
     EXPECT_TRUE(map == readFile(folder / "out/phong-20.exr"));
+    // Also of one with lighting, where it is the picture that is asked for.
+    json const report = light(folder / "saved.packets", {"--lobe", "phong:20", "--layer", "image-2"});
+    EXPECT_EQ(folder / "saved.packets", report["probe"]["file"]);
+    EXPECT_FALSE(map == readFile(folder / "out/phong-20.exr")) << "lit by the map";
 }
 
 TEST_F(Light, RefusesToSaveOrToGoOnWhereThatMakesNoSense)

@@ -10,9 +10,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <set>
 
@@ -92,7 +92,7 @@ std::string aboutImage(ValueReader values)
 Row rowOf(Packet const& packet, std::uint64_t offset)
 {
     Row row{.offset = offset,
-            .type = std::string(typeNameOf(packet)),
+            .type = typeNameOf(packet),
             .packets = 1,
             .bytes = packet.values.size(),
             .id = packet.id};
@@ -187,13 +187,10 @@ struct Look {
 };
 
 /// Ends the verb where files are damaged: what there is to tell of them has been printed.
-void failForDamaged(std::vector<std::string> const& damaged)
+void failForDamaged(std::vector<std::string> const& damaged, char const* advice)
 {
-    std::string names;
-    for (std::string const& name : damaged)
-        names += (names.empty() ? "" : ", ") + inputName(name);
     if (!damaged.empty())
-        throw Failure(names + ": damaged");
+        throw Failure(joined(damaged) + ": damaged; " + advice);
 }
 
 void list(Look& look)
@@ -213,9 +210,9 @@ void list(Look& look)
         else
             printTable(inputName(name), rows);
         if (report.damageCount() > 0)
-            damaged.push_back(name);
+            damaged.push_back(inputName(name));
     }
-    failForDamaged(damaged);
+    failForDamaged(damaged, "koimage packet verify tells where");
 }
 
 // verify
@@ -242,9 +239,9 @@ void verify(Look& look)
                 std::cout << "  " << printable(line) << '\n';
         }
         if (!whole)
-            damaged.push_back(name);
+            damaged.push_back(inputName(name));
     }
-    failForDamaged(damaged);
+    failForDamaged(damaged, "koimage packet recover saves what is sound");
 }
 
 // extract

@@ -80,6 +80,7 @@ void demandPacketFile(Report const& report, std::string const& file)
 std::vector<std::string> damageLines(Report const& report)
 {
     std::vector<std::string> lines;
+    lines.reserve(report.damage().size() + 1);
     for (Finding const& finding : report.damage())
         lines.push_back(finding.message());
     if (report.damageCount() > lines.size())
@@ -95,6 +96,7 @@ std::vector<std::string> informationLines(Report const& report)
             ++counts[std::string(nameOf(finding.problem)) +
                      (finding.place.packetType.empty() ? "" : ", packet " + finding.place.packetType)];
     std::vector<std::string> lines;
+    lines.reserve(counts.size() + 1);
     for (auto const& [text, count] : counts)
         lines.push_back(text + (count > 1 ? " (" + std::to_string(count) + " times)" : ""));
     if (!lines.empty() && report.informationCount() > report.information().size())

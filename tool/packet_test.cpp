@@ -164,7 +164,7 @@ TEST_F(PacketList, TellsWhatIsSoundOfADamagedFileAndFails)
 {
     auto const outcome = packet("list", scene.damaged({Scene::firstParcel, Scene::secondImage}), {"--json"});
     EXPECT_EQ(1, outcome.exitCode);
-    EXPECT_EQ("koimage: " + file + ": damaged\n", outcome.err);
+    EXPECT_EQ("koimage: " + file + ": damaged; koimage packet verify tells where\n", outcome.err);
     auto const list = json::parse(outcome.out);
     EXPECT_EQ(false, list["whole"]);
     ASSERT_EQ(4u, list["packets"].size());
@@ -207,7 +207,7 @@ TEST_F(PacketVerify, TellsEveryDamageWithItsPlaceAndFails)
     std::string const damaged = scene.damaged({Scene::firstParcel + 1, Scene::secondParcel});
     auto const outcome = packet("verify", damaged);
     EXPECT_EQ(1, outcome.exitCode);
-    EXPECT_EQ("koimage: " + file + ": damaged\n", outcome.err);
+    EXPECT_EQ("koimage: " + file + ": damaged; koimage packet recover saves what is sound\n", outcome.err);
     for (std::size_t const record : {Scene::firstParcel + 1, Scene::secondParcel})
         EXPECT_THAT(outcome.out,
                     HasSubstr("\n  payload damaged: byte " + std::to_string(scene.records[record]) +
@@ -249,7 +249,8 @@ TEST_F(PacketVerify, TakesAnyNumberOfFilesAndNamesTheDamagedOnes)
     auto const outcome = packet("verify", scene.bytes, {folder / "b.packets"});
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_THAT(outcome.out, AllOf(HasSubstr("a.packets: whole"), HasSubstr("b.packets: damaged")));
-    EXPECT_EQ("koimage: " + folder / "b.packets" + ": damaged\n", outcome.err);
+    EXPECT_EQ("koimage: " + folder / "b.packets" + ": damaged; koimage packet recover saves what is sound\n",
+              outcome.err);
 }
 
 TEST_F(PacketVerify, ReadsStandardInput)
