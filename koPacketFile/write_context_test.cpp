@@ -320,7 +320,7 @@ TEST(WriteContext, RefusesAPacketAboveTheLimit)
 
 TEST(WriteContext, KeepsItsFirstErrorAndWritesNothingAfterIt)
 {
-    FailingSink sink(std::size_t{1} << 40);
+    FailingSink sink(std::numeric_limits<std::size_t>::max());
     ioWriteContext out(sink, {.salt = 1});
     out.endPacket();
     std::vector<std::uint8_t> const bytes(1 << 20);

@@ -106,9 +106,9 @@ public:
 
     // Saving: a sub-packet in whatever packet is open. docs/packet-format.md tells its bytes.
 
-    /// Writes the probe, its irradiance as far as it has been computed, and the specular maps with their keys,
-    /// the images as packets of their own in front of the open one. Not kept: the light coefficients, which
-    /// are computed anew when they are needed; which maps are marked used; and nulls in place of maps.
+    /// Writes the probe, its irradiance as far as it has been computed, and the specular maps with their
+    /// keys, the images as packets of their own in front of the open one. Not kept: the light coefficients,
+    /// which are computed anew when they are needed; which maps are marked used; and nulls in place of maps.
     ///
     ///   failure  in the context. An image that cannot be stored, of doubles for one, is missing afterwards
     void writeSubPacket(ioWriteContext& context) const;

@@ -357,7 +357,7 @@ void filterRows(Pixel const* in, Pixel* out, std::int64_t width, std::int64_t he
     constexpr auto tilePixels = static_cast<std::size_t>(tileLength * fullRows);
     alignas(64) Pixel tile[tilePixels];
     for (std::ptrdiff_t first = 0; first < height; first += most) {
-        int const rows = static_cast<int>(std::min(most, height - first));
+        int const rows = static_cast<int>(std::min<std::int64_t>(most, height - first));
         for (std::int64_t x = 0; x < width; x += tileLength) {
             int const length = static_cast<int>(std::min<std::int64_t>(tileLength, width - x));
             using BundlePixel = std::conditional_t<std::is_same_v<Pixel, Half4>, Float4, Pixel>;
