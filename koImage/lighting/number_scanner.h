@@ -19,17 +19,17 @@
 #include <cstring>
 #include <limits>
 #include <locale.h>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 namespace koImage {
 
 class NumberScanner {
 public:
     /// Reads `file` from where it stands, ahead of what is asked for.
-    explicit NumberScanner(std::FILE* file) : file_(file), buffer_(bufferBytes + longestPlain) {}
+    explicit NumberScanner(std::FILE* file) : file_(file) { endText(); }
 
     /// White space in the C locale.
     void skipSpace()
@@ -58,10 +58,10 @@ public:
         skipSpace();
         if (end_ - at_ < longestPlain && !ended_)
             refill();
-        char const* const after = readPlain(buffer_.data() + at_, value);
+        char const* const after = readPlain(buffer_.get() + at_, value);
         if (after == nullptr)
             return readAny(value);
-        at_ = static_cast<std::size_t>(after - buffer_.data());
+        at_ = static_cast<std::size_t>(after - buffer_.get());
         return true;
     }
 
@@ -71,8 +71,8 @@ public:
         skipSpace();
         for (; count > 0; --count, values += stride) {
             // Plain numbers, while the buffer surely holds a whole one.
-            char const* text = buffer_.data() + at_;
-            char const* const last = buffer_.data() + end_ - std::min(end_, longestPlain);
+            char const* text = buffer_.get() + at_;
+            char const* const last = buffer_.get() + end_ - std::min(end_, longestPlain);
             for (; count > 0 && text < last; --count, values += stride) {
                 char const* const after = readPlain(text, *values);
                 if (after == nullptr)
@@ -80,7 +80,7 @@ public:
                 for (text = after + 1; isSpace(*text);)
                     ++text;
             }
-            at_ = static_cast<std::size_t>(text - buffer_.data());
+            at_ = static_cast<std::size_t>(text - buffer_.get());
             if (count == 0)
                 return;
             readDouble(*values);
@@ -110,19 +110,22 @@ private:
 
     char take() { return buffer_[at_++]; }
 
-    // Keeps what has not been taken. The text in the buffer ends with a zero, which no number contains.
+    // Keeps what has not been taken. The text in the buffer ends with zeros, which no number contains.
     void refill()
     {
         takenBefore_ += at_;
-        std::memmove(buffer_.data(), buffer_.data() + at_, end_ - at_);
+        std::memmove(buffer_.get(), buffer_.get() + at_, end_ - at_);
         end_ -= at_;
         at_ = 0;
         std::size_t const wanted = bufferBytes - end_;
-        std::size_t const got = std::fread(buffer_.data() + end_, 1, wanted, file_);
+        std::size_t const got = std::fread(buffer_.get() + end_, 1, wanted, file_);
         end_ += got;
         ended_ = got < wanted;
-        buffer_[end_] = '\0';
+        endText();
     }
+
+    // As many as are read without a look at where the text ends.
+    void endText() { std::memset(buffer_.get() + end_, 0, longestPlain); }
 
     // --- The common case: a digit, a point, decimals, then space, all in the buffer ---
 
@@ -156,7 +159,7 @@ private:
 
         double magnitude;
         if (!fits || !isSpace(*text) || !divide(number, decimals, magnitude)) {
-            auto const [last, error] = std::from_chars(start, buffer_.data() + end_, magnitude);
+            auto const [last, error] = std::from_chars(start, buffer_.get() + end_, magnitude);
             if (error != std::errc() || !isSpace(*last))
                 return nullptr;
             text = last;
@@ -318,7 +321,7 @@ private:
     }
 
     std::FILE* file_;
-    std::vector<char> buffer_;
+    std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(bufferBytes + longestPlain);
     std::size_t at_ = 0;
     std::size_t end_ = 0;
     bool ended_ = false;
