@@ -125,18 +125,16 @@ void add(CLI::App& command)
 {
     auto const outline = std::make_shared<Outline>();
     command.add_option("MASK", outline->mask, "The picture to read, - for standard input")->required();
-    command
-        .add_option("OUT,-o,--output", outline->output,
-                    "The file to write, - for standard output. In it x runs from the left edge of the "
-                    "picture, y from the upper one, in pixels; outlines run counter-clockwise as they are "
-                    "seen, those of holes clockwise")
+    command.add_option("OUT,-o,--output", outline->output, "The file to write, - for standard output")
         ->required();
     addChoice(
         command, "--format",
         std::vector<std::pair<std::string, OutlineFormat>>{{"svg", OutlineFormat::Svg},
                                                            {"json", OutlineFormat::Json}},
         [&format = outline->format](OutlineFormat chosen) { format = chosen; },
-        "svg is a drawing, json the corners of each outline; without it, by the extension of OUT");
+        "svg is a drawing, json the corners of each outline; without it, by the extension of OUT. In both x "
+        "runs from the left edge of the picture and y from the upper one, in pixels; outlines run "
+        "counter-clockwise as they are seen, those of holes clockwise");
     addMaskChoice(command, outline->choice);
     outline->files.addLayer(command);
     outline->files.addQuiet(command);

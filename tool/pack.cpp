@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <optional>
 
 namespace koTool {
 
@@ -26,8 +27,7 @@ struct Pack {
     Files files;
     std::vector<std::string> names;
     int border = 0;
-    int filterDiameter = 1;
-    bool hasFilter = false;
+    std::optional<int> filterDiameter;
     float inset = 0.5f;
     bool powersOfTwo = false;
     Wrap wrap;
@@ -90,7 +90,10 @@ void checkSize(Pack const& pack, Packing const& packing, std::vector<koImageIO::
         trial.setTileInterior(static_cast<int>(i),
                               {0, 0, pictures[i].image->width(), pictures[i].image->height()});
     IntRange2d const used = koUtil::pack(trial.getPaddedTiles(), pack.powersOfTwo);
-    if (used.width == 0 || std::int64_t{used.width} * used.height > std::numeric_limits<int>::max())
+    // The smallest atlas is 64 x 64.
+    std::int64_t const width = std::max(used.width, 64);
+    std::int64_t const height = std::max(used.height, 64);
+    if (used.width == 0 || width * height > std::numeric_limits<int>::max())
         throw Failure(pack.files.output() + ": would have too many pixels: an image holds 2147483647");
 }
 
@@ -157,8 +160,7 @@ void saveLayout(Pack& pack, Packing& packing)
 void run(Pack& pack)
 {
     auto const pictures = readPictures(pack);
-    Packing packing(static_cast<int>(pictures.size()),
-                    pack.hasFilter ? pack.filterDiameter : 2 * pack.border + 1);
+    Packing packing(static_cast<int>(pictures.size()), pack.filterDiameter.value_or(2 * pack.border + 1));
     ko::vector<Image*> images;
     for (auto const& picture : pictures) {
         picture.image->setWrap(pack.wrap.horizontal, pack.wrap.vertical);
@@ -201,13 +203,8 @@ void add(CLI::App& command)
                         "Pixels around each picture that repeat those of its edge; none without it")
             ->check(CLI::Range(0, 1 << 20));
     command
-        .add_option_function<int>(
-            "--filter",
-            [choice = pack.get()](int diameter) {
-                choice->filterDiameter = diameter;
-                choice->hasFilter = true;
-            },
-            "Diameter of the filter that will read the atlas; the border is (diameter - 1) / 2")
+        .add_option("--filter", pack->filterDiameter,
+                    "Diameter of the filter that will read the atlas; the border is (diameter - 1) / 2")
         ->check(CLI::Range(1, 1 << 21))
         ->excludes(border);
     addWrap(command, pack->wrap);

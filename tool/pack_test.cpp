@@ -285,7 +285,10 @@ TEST_F(Pack, RefusesWhatMakesNoAtlas)
     outcome = koimage({"pack", a, a, "-o", atlas, "--border", "1048576"});
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_EQ("koimage: " + atlas + ": would have too many pixels: an image holds 2147483647\n", outcome.err);
-    EXPECT_THAT(folder.names(), ElementsAre("a.pgm"));
+    // One row that fits, in an atlas of 64.
+    writeFile(folder / "long.pgm", "P5\n34000000 1\n255\n" + std::string(34000000, '\0'));
+    EXPECT_EQ(1, koimage({"pack", folder / "long.pgm", "-o", atlas}).exitCode);
+    EXPECT_THAT(folder.names(), ElementsAre("a.pgm", "long.pgm"));
 }
 
 }  // namespace
