@@ -178,10 +178,10 @@ Picture Files::readAccepted(std::string const& file, bool (*takes)(PixelTypeId),
 
 Picture Files::read(std::string const& file, bool (*takes)(PixelTypeId))
 {
-    koUtil::Progress* const progress = work("reading " + inputName(file));
     if (auto const packets = readPackets(file))
         return read(imageCalled(*packets, layer_, inputName(file)), file, takes);
 
+    koUtil::Progress* const progress = work("reading " + inputName(file));
     return readAccepted(file, takes, [&](koImageIO::ReadOptions const& options) {
         Picture picture;
         koUtil::Error const error =
@@ -213,6 +213,7 @@ std::unique_ptr<koPacketFile::ByteSource> Files::source(std::string const& file)
 
 std::optional<PacketFile> Files::readPackets(std::string const& file)
 {
+    work("reading " + inputName(file));
     if (isStreamed(file)) {
         if (!beginsAsPacketFile(streamed(file)))
             return {};
