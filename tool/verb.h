@@ -17,7 +17,7 @@ struct Verb {
 };
 
 /// Adds verbs, of which the user types one.
-void addVerbs(CLI::App& command, std::span<Verb const* const> verbs);
+void addVerbs(CLI::App& command, std::span<Verb const* const> added);
 
 /// Work that failed: the command says so on standard error and ends with exit code 1. The message names the
 /// file first. Options that make no sense are CLI::ValidationErrors instead, and end with 2.
