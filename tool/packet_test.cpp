@@ -94,7 +94,7 @@ struct Packets : ::testing::Test {
     Folder const folder;
     std::string const file = folder / "a.packets";
     std::string const saved = folder / "saved.packets";
-    Scene const scene;
+    Scene const scene{};
 };
 
 using PacketList = Packets;
