@@ -53,6 +53,18 @@ std::string descriptorPath(int file)
 
 }  // namespace
 
+int writeAll(int descriptor, std::span<std::byte const> bytes) noexcept
+{
+    while (!bytes.empty()) {
+        ssize_t const sent = ::write(descriptor, bytes.data(), bytes.size());
+        if (sent >= 0)
+            bytes = bytes.subspan(static_cast<std::size_t>(sent));
+        else if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+}
+
 OutputFile::OutputFile(Filename name) : name_(std::move(name))
 {
     buffer_.reserve(bufferBytes);  // so that write() needs no more
@@ -126,13 +138,10 @@ bool OutputFile::write(std::span<std::byte const> bytes) noexcept
 
 void OutputFile::send(std::span<std::byte const> bytes)
 {
-    while (reason_ == 0 && !bytes.empty()) {
-        ssize_t const sent = ::write(file_, bytes.data(), bytes.size());
-        if (sent >= 0)
-            bytes = bytes.subspan(static_cast<std::size_t>(sent));
-        else if (errno != EINTR)
-            fail(errno);
-    }
+    if (reason_ != 0)
+        return;
+    if (int const reason = writeAll(file_, bytes))
+        fail(reason);
 }
 
 koUtil::Error OutputFile::commit()

@@ -12,6 +12,10 @@
 
 namespace koOS {
 
+/// Writes all of the bytes to an open descriptor, as standard output is one. 0, or the system's number of
+/// what failed.
+KOBASE_EXPORT int writeAll(int descriptor, std::span<std::byte const> bytes) noexcept;
+
 /// Bytes are gathered in a file without a name; commit() gives it the name, in one step, in the place of what
 /// stood there. Without commit nothing changes: neither an error, an exception nor a killed program leaves a
 /// trace.

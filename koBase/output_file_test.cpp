@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -383,6 +384,21 @@ TEST_P(OutputFileOf, OfAKilledProgramLeavesNothingUnderItsName)
     EXPECT_EQ(content("old"), "old");
     // Under another name it stays; without one it goes.
     EXPECT_EQ(names().size(), GetParam() == Gathering::AnotherName ? 2u : 1u);
+}
+
+TEST(WriteAll, WritesEveryByteOrTellsTheReason)
+{
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    std::array<std::byte, 3> const sent = {std::byte{1}, std::byte{0}, std::byte{255}};
+    EXPECT_EQ(writeAll(ends[1], {}), 0);
+    EXPECT_EQ(writeAll(ends[1], sent), 0);
+    std::array<std::byte, 4> received{};
+    EXPECT_EQ(::read(ends[0], received.data(), received.size()), 3);
+    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), received.begin()));
+    EXPECT_EQ(writeAll(ends[0], sent), EBADF);
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 }  // namespace koOS

@@ -160,13 +160,8 @@ class StandardOutput : public ByteSink {
 public:
     bool write(std::span<std::byte const> bytes) noexcept override
     {
-        while (reason_ == 0 && !bytes.empty()) {
-            ssize_t const sent = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
-            if (sent >= 0)
-                bytes = bytes.subspan(static_cast<std::size_t>(sent));
-            else if (errno != EINTR)
-                reason_ = errno;
-        }
+        if (reason_ == 0)
+            reason_ = koOS::writeAll(STDOUT_FILENO, bytes);
         return reason_ == 0;
     }
 

@@ -2,6 +2,7 @@
 // cache folder of its own.
 
 #include "tool/testing/command.h"
+#include "tool/testing/rotation_cache_test.h"
 
 #include "koImage/lighting/coefficients.h"
 #include "koImage/lighting/image_based_lighting.h"
@@ -24,18 +25,7 @@ using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-struct Dump : ::testing::Test {
-    static void SetUpTestSuite()
-    {
-        cache = new Folder;
-        ::setenv("XDG_CACHE_HOME", (*cache / "").c_str(), 1);
-    }
-    static void TearDownTestSuite()
-    {
-        ::unsetenv("XDG_CACHE_HOME");
-        delete cache;
-    }
-
+struct Dump : RotationCacheTest {
     /// A probe of 200 x 100 pixels: grey light that grows from `low` at the bottom to `high` at the top.
     std::string gradient(float low, float high) const
     {
@@ -58,12 +48,7 @@ struct Dump : ::testing::Test {
     }
 
     std::string out(std::string const& name) const { return folder / ("out/" + name); }
-
-    static Folder const* cache;
-    Folder const folder;
 };
-
-Folder const* Dump::cache = nullptr;
 
 std::vector<std::vector<double>> numbersIn(std::string const& text)
 {

@@ -3,6 +3,7 @@
 
 #include "koImage/testing/test_images.h"
 #include "tool/testing/packets.h"
+#include "tool/testing/rotation_cache_test.h"
 
 #include <gmock/gmock.h>
 
@@ -26,18 +27,7 @@ using ::testing::IsEmpty;
 constexpr int width = 200;
 constexpr int height = 100;
 
-struct Light : ::testing::Test {
-    static void SetUpTestSuite()
-    {
-        cache = new Folder;
-        ::setenv("XDG_CACHE_HOME", (*cache / "").c_str(), 1);
-    }
-    static void TearDownTestSuite()
-    {
-        ::unsetenv("XDG_CACHE_HOME");
-        delete cache;
-    }
-
+struct Light : RotationCacheTest {
     /// Lights a probe into folder/out and gives the report.
     json light(std::string const& probe, std::vector<std::string> const& more = {}) const
     {
@@ -55,12 +45,7 @@ struct Light : ::testing::Test {
         EXPECT_EQ(0, koimage(arguments).exitCode);
         return folder / "probe.exr";
     }
-
-    static Folder const* cache;
-    Folder const folder;
 };
-
-Folder const* Light::cache = nullptr;
 
 /// Column and row of the brightest pixel.
 std::array<int, 2> brightest(koImage::TypedImage<Float3> const& image)

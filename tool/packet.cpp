@@ -5,13 +5,13 @@
 #include "koPacketFile/packet_reader.h"
 #include "koPacketFile/value_reader.h"
 #include "tool/files.h"
+#include "tool/output_folder.h"
 #include "tool/packet_report.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -297,10 +297,7 @@ void extract(Extract& extract)
         wanted.push_back(imageCalled(packets, name, file));
     if (extract.names.empty())
         wanted = packets.images;
-    std::error_code problem;
-    std::filesystem::create_directories(extract.folder, problem);
-    if (problem)
-        throw Failure(extract.folder + ": " + problem.message());
+    OutputFolder folder(extract.folder);
 
     Json written = Json::array();
     std::vector<std::string> failed;
@@ -314,7 +311,7 @@ void extract(Extract& extract)
             continue;
         }
         auto const type = stored.image->pixelType();
-        std::string const path = std::filesystem::path(extract.folder) / (stored.name() + extensionFor(type));
+        std::string const path = folder.path(stored.name() + extensionFor(type));
         extract.files.save(path, *stored.image, {});
         written.push_back({{"file", path},
                            {"image", stored.name()},
