@@ -10,6 +10,12 @@ namespace {
 // In front of the values of a packet of several records: its id and its length.
 constexpr std::uint64_t prefixBytes = 16;
 
+// Where in the first record of a packet its length stands, or would stand.
+std::size_t lengthPlace(RecordHeader const& first)
+{
+    return first.is(flag::tagged) ? 8 : 0;
+}
+
 // Beyond them types go without a name: a file of nothing but names must not fill the memory.
 constexpr std::size_t mostTypeNames = 4096;
 
@@ -72,6 +78,7 @@ bool PacketReader::takePart(Packet& packet)
             return open(header, record_.payload, packet);
         firstPart_ = header;
         hasParts_ = true;
+        reserveParts();
     } else if (!continues) {
         // The parts behind a lost one are lost with it, and counted as one.
         if (!std::exchange(dropping_, true))
@@ -85,7 +92,6 @@ bool PacketReader::takePart(Packet& packet)
         parts_ = {};
         return false;
     }
-    // Memory is taken for what has come, not for what the first part announces.
     parts_.insert(parts_.end(), record_.payload.begin(), record_.payload.end());
     nextPart_ = header.number + 1;
     if (!isLast)
@@ -94,6 +100,18 @@ bool PacketReader::takePart(Packet& packet)
     hasParts_ = false;
     whole_ = std::exchange(parts_, {});
     return open(firstPart_, whole_, packet);
+}
+
+// Takes memory for the whole packet at its first part, for growing takes up to three times as much: but no
+// more than the file can fill. Of a pipe that is not known.
+void PacketReader::reserveParts()
+{
+    std::size_t const lengthAt = lengthPlace(firstPart_);
+    if (record_.payload.size() < lengthAt + 8)
+        return;
+    auto const announced = load<std::uint64_t>(record_.payload.data() + lengthAt);
+    std::uint64_t const most = std::min(mostBytes_, record_.payload.size() + bytesLeft().value_or(0));
+    parts_.reserve(static_cast<std::size_t>(lengthAt + 8 + std::min(announced, most)));
 }
 
 // What has been put together so far has lost its end.
@@ -110,7 +128,7 @@ void PacketReader::dropParts()
 bool PacketReader::open(RecordHeader const& header, std::span<std::byte const> body, Packet& packet)
 {
     bool const isTagged = header.is(flag::tagged);
-    std::size_t const lengthAt = isTagged ? 8 : 0;
+    std::size_t const lengthAt = lengthPlace(header);
     std::size_t const valuesAt = lengthAt + (header.is(flag::last) ? 0 : 8);
     if (body.size() < valuesAt ||
         (valuesAt > lengthAt && load<std::uint64_t>(body.data() + lengthAt) != body.size() - valuesAt)) {

@@ -52,6 +52,7 @@ private:
     void checkTypeName();
     bool takePart(Packet& packet);
     bool open(RecordHeader const& header, std::span<std::byte const> body, Packet& packet);
+    void reserveParts();
     void dropParts();
 
     Policy policy_;

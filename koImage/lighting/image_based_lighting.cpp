@@ -182,9 +182,10 @@ EnvironmentMap* ImageBasedLighting::getSpecularMap(ReflectanceFunction const& re
 {
     if (!usable_)
         return nullptr;
-    if (auto const found = specularMaps_.find(reflectance.getKey()); found != specularMaps_.end()) {
-        found->second.used = true;
-        return found->second.map.get();
+    int const key = reflectance.getKey();
+    if (SpecularMap* const found = find(key)) {
+        found->used = true;
+        return found->map.get();
     }
 
     // Without light or matrices there is nothing to keep. The matrices may be gone although the light is
@@ -194,7 +195,24 @@ EnvironmentMap* ImageBasedLighting::getSpecularMap(ReflectanceFunction const& re
         return nullptr;
     koUtil::setProgress(progress, 0.1);
     ko::Reference<EnvironmentMap> map = computeMap(reflectance, progress);
-    return (specularMaps_[reflectance.getKey()].map = std::move(map)).get();
+
+    // Again, for the reflectance may have asked for other maps meanwhile.
+    SpecularMap* const found = find(key);
+    SpecularMap& entry = found != nullptr ? *found : *specularMaps_.insert(placeOf(key), {key, false, {}});
+    entry.map = std::move(map);
+    return entry.map.get();
+}
+
+ImageBasedLighting::SpecularMaps::iterator ImageBasedLighting::placeOf(int key)
+{
+    return std::lower_bound(specularMaps_.begin(), specularMaps_.end(), key,
+                            [](SpecularMap const& map, int wanted) { return map.key < wanted; });
+}
+
+ImageBasedLighting::SpecularMap* ImageBasedLighting::find(int key)
+{
+    auto const place = placeOf(key);
+    return place != specularMaps_.end() && place->key == key ? &*place : nullptr;
 }
 
 ko::Reference<EnvironmentMap> ImageBasedLighting::computeMap(ReflectanceFunction const& reflectance,
@@ -234,19 +252,19 @@ ko::Reference<EnvironmentMap> ImageBasedLighting::computeMap(ReflectanceFunction
 
 void ImageBasedLighting::markSpecularMapUsed(int key)
 {
-    if (auto const found = specularMaps_.find(key); found != specularMaps_.end())
-        found->second.used = true;
+    if (SpecularMap* const found = find(key))
+        found->used = true;
 }
 
 void ImageBasedLighting::markAllSpecularMapsUnused()
 {
-    for (auto& [key, entry] : specularMaps_)
-        entry.used = false;
+    for (SpecularMap& map : specularMaps_)
+        map.used = false;
 }
 
 void ImageBasedLighting::deleteUnusedSpecularMaps()
 {
-    std::erase_if(specularMaps_, [](auto const& item) { return !item.second.used; });
+    std::erase_if(specularMaps_, [](SpecularMap const& map) { return !map.used; });
 }
 
 }  // namespace koImage

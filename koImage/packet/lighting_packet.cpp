@@ -6,7 +6,9 @@
 #include "koImage/packet/image_packet.h"
 #include "koImage/packet/irradiance_packet.h"
 
+#include <algorithm>
 #include <limits>
+#include <unordered_map>
 #include <utility>
 
 namespace koImage {
@@ -41,11 +43,11 @@ void ImageBasedLighting::writeSubPacket(ioWriteContext& context) const
     context.writeReference(imageOf(probe_.get()));
 
     context.writeInt(static_cast<int>(specularMaps_.size()));
-    for (auto const& [key, entry] : specularMaps_) {
+    for (SpecularMap const& entry : specularMaps_) {
         Image const* const image = imageOf(entry.map.get());
         packetFile::writeImage(context, image);
         context.startSubPacket();
-        context.writeInt(key);
+        context.writeInt(entry.key);
         context.writeReference(image);
         context.endSubPacket();
     }
@@ -56,7 +58,9 @@ void ImageBasedLighting::readSubPacket(ioReadContext& context)
 {
     // Read aside, for reading may throw.
     Irradiance irradiance;
-    std::map<int, SpecularMap> specularMaps;
+    SpecularMaps specularMaps;
+    // One for each image, however often the file names it.
+    std::unordered_map<Image*, ko::Reference<EnvironmentMap>> mapsOfImages;
 
     context.startSubPacket();
     bool const usable = context.readBool();
@@ -73,17 +77,32 @@ void ImageBasedLighting::readSubPacket(ioReadContext& context)
         auto* const image = context.readReference<Image>();
         context.endSubPacket();
 
-        // A probe wraps as its shape does, a specular map as it was saved: getSpecularMap makes ones that do
-        // not wrap at all.
-        bool const wrapHorizontal = image != nullptr && image->wrapHorizontal();
-        bool const wrapVertical = image != nullptr && image->wrapVertical();
-        ko::Reference<EnvironmentMap> map = mapOf(image);
-        if (!map)
+        if (image == nullptr)
             continue;
-        image->setWrap(wrapHorizontal, wrapVertical);
-        specularMaps[key] = {std::move(map)};
+
+        auto const [known, isNew] = mapsOfImages.try_emplace(image);
+        ko::Reference<EnvironmentMap>& map = known->second;
+        if (isNew) {
+            // A probe wraps as its shape does, a specular map as it was saved: getSpecularMap makes ones that
+            // do not wrap at all.
+            bool const wrapHorizontal = image->wrapHorizontal();
+            bool const wrapVertical = image->wrapVertical();
+            map = mapOf(image);
+            if (map)
+                image->setWrap(wrapHorizontal, wrapVertical);
+        }
+        if (map)
+            specularMaps.push_back({key, false, map});
     }
     context.endSubPacket();
+    mapsOfImages = {};  // before sorting takes memory
+
+    // Of equal keys the last stays.
+    std::stable_sort(specularMaps.begin(), specularMaps.end(),
+                     [](SpecularMap const& a, SpecularMap const& b) { return a.key < b.key; });
+    auto const kept = std::unique(specularMaps.rbegin(), specularMaps.rend(),
+                                  [](SpecularMap const& a, SpecularMap const& b) { return a.key == b.key; });
+    specularMaps.erase(specularMaps.begin(), kept.base());
 
     usable_ = usable;
     probe_ = std::move(probe);
