@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 namespace {
 
@@ -39,11 +38,14 @@ void demand(bool holds)
 constexpr std::array<char const*, 4> names{"a", "b", "c", "d"};
 constexpr std::array<int, 8> tags{};
 
-/// Elements of an array of that many, as a caller would have them.
+/// An array of so many elements and no more, as a caller would have it.
 template <class T>
-std::vector<T> elements(unsigned count)
+std::unique_ptr<T[]> elements(unsigned count)
 {
-    return std::vector<T>(count, T{1});
+    auto made = std::make_unique_for_overwrite<T[]>(count);
+    // Not by a loop, which would be watched at every element.
+    std::memset(made.get(), 1, count * sizeof(T));
+    return made;
 }
 
 koImage::TypedImage<koImage::Half4>& someImage()
@@ -109,29 +111,29 @@ bool write(Program& program, ioWriteContext& out)
             out.writeReference(tag());
             break;
         case 10: {
-            auto const bytes = elements<std::uint8_t>(program.below(256));
-            out.writeBytes(bytes.data(), bytes.size());
+            unsigned const count = program.below(256);
+            out.writeBytes(elements<std::uint8_t>(count).get(), count);
             break;
         }
         case 11: {
-            auto const shorts = elements<std::uint16_t>(program.below(64));
-            out.writeShorts(shorts.data(), shorts.size());
+            unsigned const count = program.below(64);
+            out.writeShorts(elements<std::uint16_t>(count).get(), count);
             break;
         }
         case 12: {
-            auto const ints = elements<std::int32_t>(program.below(64));
-            out.writeInts(ints.data(), ints.size());
+            unsigned const count = program.below(64);
+            out.writeInts(elements<std::int32_t>(count).get(), count);
             break;
         }
         case 13: {
-            auto const floats = elements<float>(program.below(64));
-            out.writeFloats(floats.data(), floats.size());
+            unsigned const count = program.below(64);
+            out.writeFloats(elements<float>(count).get(), count);
             break;
         }
         case 14: {
             // Rarely, for those are slow, so many that they take several records.
-            auto const doubles = elements<double>(program.below(255) * (program.below(64) == 63 ? 600 : 1));
-            out.writeDoubles(doubles.data(), doubles.size());
+            unsigned const count = program.below(255) * (program.below(64) == 63 ? 600 : 1);
+            out.writeDoubles(elements<double>(count).get(), count);
             break;
         }
         case 15:
@@ -271,8 +273,8 @@ private:
     {
         // Sometimes as many as there are, sometimes not: the buffer is as long as what is asked for.
         auto const there = static_cast<unsigned>(in_.peekCount());
-        auto buffer = elements<T>(program_.below(4) != 0 ? there : program_.below(256));
-        (in_.*read)(buffer.data(), buffer.size());
+        unsigned const count = program_.below(4) != 0 ? there : program_.below(256);
+        (in_.*read)(elements<T>(count).get(), count);
     }
 
     Program& program_;
