@@ -86,6 +86,9 @@ Cases allCases()
     addEdits(cases);
     addConversions(cases);
     addBoundaries(cases);
+#if KO_PEER_OPENEXR
+    addFiles(cases);
+#endif
 #if KO_PEER_OPENIMAGEIO
     addOpenImageIO(cases);
 #endif

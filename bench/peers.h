@@ -36,6 +36,9 @@ void addEdits(Cases& cases);
 void addConversions(Cases& cases);
 void addBoundaries(Cases& cases);
 
+/// Compiled where OpenEXR is installed.
+void addFiles(Cases& cases);
+
 /// Compiled where OpenImageIO is installed.
 void addOpenImageIO(Cases& cases);
 

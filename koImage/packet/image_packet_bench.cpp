@@ -1,9 +1,8 @@
 // Saving and loading images, against plain writes and reads of as many pixels.
-//
-// Files lie in memory (/dev/shm) where there is such a folder, so that the figures are those of the code.
 
 #include "koImage/packet/image_packet.h"
 
+#include "koImage/testing/memory_file.h"
 #include "koImage/testing/side_by_side.h"
 #include "koImage/testing/test_images.h"
 
@@ -12,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
-#include <filesystem>
 #include <string>
 #include <unistd.h>
 
@@ -25,25 +23,6 @@ using namespace koImage::testing;
 constexpr Size size{4096, 2048};
 constexpr std::int64_t pixels = std::int64_t{size.width} * size.height;
 constexpr std::size_t pieceBytes = std::size_t{256} << 10;
-
-/// A file name that no other process uses; the file goes with it.
-class ScratchFile {
-public:
-    explicit ScratchFile(std::string const& suffix)
-    {
-        std::filesystem::path const memory = "/dev/shm";
-        auto const folder = is_directory(memory) ? memory : std::filesystem::temp_directory_path();
-        name_ = folder / ("image_packet_bench." + std::to_string(getpid()) + suffix);
-    }
-    ~ScratchFile() { std::filesystem::remove(name_); }
-    ScratchFile(ScratchFile const&) = delete;
-    ScratchFile& operator=(ScratchFile const&) = delete;
-
-    std::string name() const { return name_.string(); }
-
-private:
-    std::filesystem::path name_;
-};
 
 std::size_t bytesOf(Image const& image)
 {
@@ -117,8 +96,8 @@ template <class Pixel>
 void BM_save(benchmark::State& state)
 {
     auto const image = randomImage<Pixel>(size, 1);
-    ScratchFile const ours(".ours");
-    ScratchFile const plain(".plain");
+    MemoryFile const ours(".ours");
+    MemoryFile const plain(".plain");
     sideBySide(
         state, work<Pixel>(), [&] { save(ours.name(), *image); }, [&] { plainWrite(plain.name(), *image); });
 }
@@ -129,8 +108,8 @@ void BM_loadIntoTouchedMemory(benchmark::State& state)
     auto const image = randomImage<Pixel>(size, 1);
     auto const target = imageOf<Pixel>(size);
     auto const plainTarget = imageOf<Pixel>(size);
-    ScratchFile const ours(".ours");
-    ScratchFile const plain(".plain");
+    MemoryFile const ours(".ours");
+    MemoryFile const plain(".plain");
     save(ours.name(), *image);
     plainWrite(plain.name(), *image);
     sideBySide(
@@ -143,8 +122,8 @@ template <class Pixel>
 void BM_loadIntoNewMemory(benchmark::State& state)
 {
     auto const image = randomImage<Pixel>(size, 1);
-    ScratchFile const ours(".ours");
-    ScratchFile const plain(".plain");
+    MemoryFile const ours(".ours");
+    MemoryFile const plain(".plain");
     save(ours.name(), *image);
     plainWrite(plain.name(), *image);
     sideBySide(
