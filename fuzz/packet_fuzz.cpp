@@ -8,6 +8,7 @@
 #include "koImage/lighting/image_based_lighting.h"
 #include "koImage/packet/image_packet.h"
 #include "koPacketFile/koPacketFile.h"
+#include "koPacketFile/testing.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <sanitizer/allocator_interface.h>
 #include <span>
 #include <vector>
@@ -53,13 +53,6 @@ void demand(bool holds, char const* what)
     std::fprintf(stderr, "Not so: %s.\n", what);
     std::abort();
 }
-
-/// The bytes of a file whose size is not known.
-class Pipe : public MemorySource {
-public:
-    using MemorySource::MemorySource;
-    std::optional<std::uint64_t> size() const override { return {}; }
-};
 
 /// Reads whatever stands in a packet, through every kind of call.
 class AnyPacket : public ioPacketType {
@@ -284,7 +277,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }
     default: {
         // What comes through a pipe may promise as much as the caller allows, beside what has come.
-        Pipe pipe(file);
+        koPacketFile::testing::Pipe pipe(file);
         readFile(pipe, {.policy = Policy::Recover, .mostBytesFromPipe = 1000}, size, size + 1000);
         break;
     }

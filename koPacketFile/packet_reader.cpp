@@ -78,7 +78,6 @@ bool PacketReader::takePart(Packet& packet)
             return open(header, record_.payload, packet);
         firstPart_ = header;
         hasParts_ = true;
-        reserveParts();
     } else if (!continues) {
         // The parts behind a lost one are lost with it, and counted as one.
         if (!std::exchange(dropping_, true))
@@ -92,7 +91,7 @@ bool PacketReader::takePart(Packet& packet)
         parts_ = {};
         return false;
     }
-    parts_.insert(parts_.end(), record_.payload.begin(), record_.payload.end());
+    appendPart();
     nextPart_ = header.number + 1;
     if (!isLast)
         return false;
@@ -102,16 +101,27 @@ bool PacketReader::takePart(Packet& packet)
     return open(firstPart_, whole_, packet);
 }
 
-// Takes memory for the whole packet at its first part, for growing takes up to three times as much: but no
-// more than the file can fill. Of a pipe that is not known.
-void PacketReader::reserveParts()
+// Takes memory at the first part for what that announces, as far as the file can hold it, and else for a
+// quarter more than has come: doubling, as vectors do, takes up to three times as much.
+void PacketReader::appendPart()
+{
+    std::size_t const needed = parts_.size() + record_.payload.size();
+    if (parts_.empty())
+        parts_.reserve(static_cast<std::size_t>(std::max<std::uint64_t>(needed, announcedBytes())));
+    else if (needed > parts_.capacity())
+        parts_.reserve(needed + needed / 4);
+    parts_.insert(parts_.end(), record_.payload.begin(), record_.payload.end());
+}
+
+// By the first part of a packet, of all its parts; 0 where the file cannot hold so much.
+std::uint64_t PacketReader::announcedBytes() const
 {
     std::size_t const lengthAt = lengthPlace(firstPart_);
     if (record_.payload.size() < lengthAt + 8)
-        return;
-    auto const announced = load<std::uint64_t>(record_.payload.data() + lengthAt);
-    std::uint64_t const most = std::min(mostBytes_, record_.payload.size() + bytesLeft().value_or(0));
-    parts_.reserve(static_cast<std::size_t>(lengthAt + 8 + std::min(announced, most)));
+        return 0;
+    auto const values = load<std::uint64_t>(record_.payload.data() + lengthAt);
+    std::uint64_t const most = record_.payload.size() + bytesLeft().value_or(0);
+    return values < most && values <= mostBytes_ ? lengthAt + 8 + values : 0;
 }
 
 // What has been put together so far has lost its end.

@@ -52,7 +52,8 @@ private:
     void checkTypeName();
     bool takePart(Packet& packet);
     bool open(RecordHeader const& header, std::span<std::byte const> body, Packet& packet);
-    void reserveParts();
+    void appendPart();
+    std::uint64_t announcedBytes() const;
     void dropParts();
 
     Policy policy_;

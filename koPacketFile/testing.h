@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -14,6 +15,13 @@
 namespace koPacketFile::testing {
 
 using Bytes = std::vector<std::byte>;
+
+/// The bytes of a file whose size is not known.
+class Pipe : public MemorySource {
+public:
+    using MemorySource::MemorySource;
+    std::optional<std::uint64_t> size() const override { return {}; }
+};
 
 /// The file that `write` makes; empty when it cannot be committed.
 template <class Write>

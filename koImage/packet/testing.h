@@ -37,10 +37,9 @@ inline void writeLightingByHand(ioWriteContext& out, bool usable, Irradiance con
 
 /// Reads the packets "light" of a file with `read`, and the images before them.
 template <class Read>
-koPacketFile::testing::Outcome readLights(std::span<std::byte const> file, Read const& read,
+koPacketFile::testing::Outcome readLights(koPacketFile::ByteSource& source, Read const& read,
                                           koPacketFile::ReadOptions const& options = {})
 {
-    koPacketFile::MemorySource source(file);
     ioReadContext in(source, options);
     packetFile::ReadInterface reader(in);
     ioPacketRegistry registry;
@@ -48,6 +47,13 @@ koPacketFile::testing::Outcome readLights(std::span<std::byte const> file, Read 
     registry.supportedType(new koPacketFile::testing::TestType("light", read));
     auto const result = in.readAll(registry);
     return {result, in.report()};
+}
+
+template <class Read>
+koPacketFile::testing::Outcome readLights(std::span<std::byte const> file, Read const& read)
+{
+    koPacketFile::MemorySource source(file);
+    return readLights(source, read);
 }
 
 /// Makes a lighting object what writeLightingByHand is given: with maps that are small, and not computed.
