@@ -70,7 +70,7 @@ void ioReadContext::readPacket(ioPacketRegistry& registry)
         return;
     }
     anyPacketRead_ = true;
-    current_.emplace(Current{.type = type, .values = ValueReader(packet_.values), .id = packet_.id});
+    current_.emplace(type, packet_);
     try {
         callType();
         endPacket();

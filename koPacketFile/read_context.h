@@ -255,9 +255,17 @@ private:
 
     // The packet that a type is reading.
     struct Current {
+        // In place: a value reader is large, and there is one for every few kilobytes of a file.
+        Current(ioPacketType* itsType, koPacketFile::Packet const& packet)
+            : type(itsType),
+              values(packet.values),
+              id(packet.id)
+        {
+        }
+
         ioPacketType* type;
         koPacketFile::ValueReader values;
-        std::uint64_t id = 0;  // 0 when it is not tagged
+        std::uint64_t id;  // 0 when it is not tagged
         bool objectIsSet = false;
         ko::Reference<ko::ReferenceCount> object = {};
         std::uint64_t expected = 0;
