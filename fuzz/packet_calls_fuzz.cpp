@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -74,6 +75,7 @@ koImage::ImageBasedLighting const& someLight()
 bool write(Program& program, ioWriteContext& out)
 {
     bool committed = false;
+    bool wroteLarge = false;
     // One way of referring leads to nothing.
     auto const tag = [&]() -> void const* {
         unsigned const i = program.below(10);
@@ -131,8 +133,9 @@ bool write(Program& program, ioWriteContext& out)
             break;
         }
         case 14: {
-            // Rarely, for those are slow, so many that they take several records.
-            unsigned const count = program.below(255) * (program.below(64) == 63 ? 600 : 1);
+            // Once, for it takes a millisecond, so many that they take several records.
+            bool const isLarge = program.below(64) == 63 && !std::exchange(wroteLarge, true);
+            unsigned const count = isLarge ? 140'000 : program.below(255);
             out.writeDoubles(elements<double>(count).get(), count);
             break;
         }
